@@ -1,0 +1,439 @@
+#include "app/AppState.h"
+
+#include "core/Defaults.h"
+#include "core/Logging.h"
+#include "core/Paths.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace parlino {
+
+namespace {
+const QString kDefaultVoiceKey = QStringLiteral("defaultVoice");
+const QString kDefaultSpeedKey = QStringLiteral("defaultSpeed");
+const QString kDownloadLocationKey = QStringLiteral("downloadLocationBookmark");
+const QString kUserEmailKey = QStringLiteral("userEmail");
+} // namespace
+
+AppState::AppState(Defaults &defaults, QObject *parent)
+    : QObject(parent)
+    , m_defaults(defaults)
+{
+    loadDownloadLocation();
+    loadDefaultPlaybackSpeed();
+    loadDefaultVoice();
+    loadAccountState();
+}
+
+AppState::~AppState() = default;
+
+AppState &AppState::shared()
+{
+    static auto *instance = new AppState(Defaults::shared());
+    return *instance;
+}
+
+void AppState::loadDefaultVoice()
+{
+    const std::optional<QString> stored = m_defaults.stringForKey(kDefaultVoiceKey);
+    if (!stored)
+        return;
+    PLOG(lcApp) << "✅ Loaded default voice from UserDefaults: " << *stored;
+    const QStringList pieces = stored->split(u':', Qt::SkipEmptyParts);
+    if (pieces.size() != 2) {
+        PLOG(lcApp) << "⚠️ Invalid voice format in UserDefaults: " << *stored;
+        return;
+    }
+    if (pieces[0].toLower() != u"openai") {
+        PLOG(lcApp) << "⚠️ Non-OpenAI provider (" << pieces[0]
+                    << ") selected, but only OpenAI is currently supported for TTS";
+        PLOG(lcApp) << "   Defaulting to OpenAI Alloy voice";
+        setSelectedVoice(TTSVoice::alloy);
+        return;
+    }
+    const std::optional<TTSVoice> voice = ttsVoiceFromIdentifier(pieces[1]);
+    if (!voice) {
+        PLOG(lcApp) << "⚠️ Unknown OpenAI voice: " << pieces[1] << ", defaulting to alloy";
+        setSelectedVoice(TTSVoice::alloy);
+        return;
+    }
+    setSelectedVoice(*voice);
+    PLOG(lcApp) << "✅ Set selectedVoice to: " << identifier(*voice);
+}
+
+void AppState::loadDefaultPlaybackSpeed()
+{
+    const double stored = m_defaults.doubleForKey(kDefaultSpeedKey);
+    if (stored <= 0)
+        return;
+    // A stored rate that is none of the selectable speeds keeps the current one.
+    if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(stored)) {
+        setCurrentSpeed(*speed);
+        PLOG(lcApp) << "✅ Loaded default playback speed: " << stored;
+    }
+}
+
+void AppState::setUserEmail(const QString &email)
+{
+    if (email.isEmpty()) {
+        PLOG(lcApp) << "⚠️ Cannot set empty email";
+        return;
+    }
+    assignUserEmail(std::optional<QString>(email));
+    setIsAccountLinked(true);
+    m_defaults.set(kUserEmailKey, email);
+    PLOG(lcApp) << "✅ User email set: " << email;
+    PLOG(lcApp) << "ℹ️ Account will sync on next app launch";
+}
+
+void AppState::clearAccount()
+{
+    assignUserEmail(std::optional<QString>());
+    setIsAccountLinked(false);
+    m_defaults.remove(kUserEmailKey);
+    PLOG(lcApp) << "🔓 Account cleared";
+}
+
+void AppState::loadAccountState()
+{
+    const std::optional<QString> email = m_defaults.stringForKey(kUserEmailKey);
+    if (email && !email->isEmpty()) {
+        assignUserEmail(email);
+        setIsAccountLinked(true);
+        PLOG(lcApp) << "✅ Account state loaded: " << *email;
+    } else {
+        PLOG(lcApp) << "ℹ️ No account linked yet";
+    }
+}
+
+void AppState::setDownloadLocation(const QString &folder)
+{
+    const QFileInfo info(folder);
+    if (!info.exists() || !info.isDir()) {
+        PLOG(lcApp) << "❌ Failed to create bookmark for download location: The folder “" << folder
+                    << "” does not exist.";
+        return;
+    }
+    const QString path = info.absoluteFilePath();
+    m_defaults.set(kDownloadLocationKey, path.toUtf8());
+    assignDownloadLocation(std::optional<QString>(path));
+    PLOG(lcApp) << "✅ Set download location: " << path;
+}
+
+void AppState::loadDownloadLocation()
+{
+    const auto useDefault = [this] {
+        const QString downloads = Paths::downloads();
+        assignDownloadLocation(downloads.isEmpty() ? std::optional<QString>() : std::optional<QString>(downloads));
+        PLOG(lcApp) << "ℹ️ Using default download location: "
+                    << (downloads.isEmpty() ? QStringLiteral("none") : downloads);
+    };
+
+    const QByteArray bookmark = m_defaults.dataForKey(kDownloadLocationKey);
+    if (bookmark.isEmpty()) {
+        useDefault();
+        return;
+    }
+    const QString path = QString::fromUtf8(bookmark);
+    if (!QDir::isAbsolutePath(path) || path.contains(QChar::ReplacementCharacter)) {
+        PLOG(lcApp) << "❌ Failed to resolve download location bookmark: the stored location is not a folder path";
+        useDefault();
+        return;
+    }
+    if (!QFileInfo(path).isDir()) {
+        PLOG(lcApp) << "⚠️ Download location bookmark is stale";
+        return;
+    }
+    assignDownloadLocation(std::optional<QString>(path));
+    PLOG(lcApp) << "✅ Loaded download location: " << path;
+}
+
+void AppState::setIsPlaying(bool value)
+{
+    if (m_isPlaying == value)
+        return;
+    m_isPlaying = value;
+    Q_EMIT isPlayingChanged();
+}
+
+void AppState::setCurrentSpeed(PlaybackSpeed value)
+{
+    if (m_currentSpeed == value)
+        return;
+    m_currentSpeed = value;
+    Q_EMIT currentSpeedChanged();
+}
+
+void AppState::setSelectedVoice(TTSVoice value)
+{
+    if (m_selectedVoice == value)
+        return;
+    m_selectedVoice = value;
+    Q_EMIT selectedVoiceChanged();
+}
+
+void AppState::setPlaybackProgress(double value)
+{
+    if (m_playbackProgress == value)
+        return;
+    m_playbackProgress = value;
+    Q_EMIT playbackProgressChanged();
+}
+
+void AppState::setCurrentTime(double value)
+{
+    if (m_currentTime == value)
+        return;
+    m_currentTime = value;
+    Q_EMIT currentTimeChanged();
+}
+
+void AppState::setTotalTime(double value)
+{
+    if (m_totalTime == value)
+        return;
+    m_totalTime = value;
+    Q_EMIT totalTimeChanged();
+}
+
+void AppState::setShowingSettings(bool value)
+{
+    if (m_showingSettings == value)
+        return;
+    m_showingSettings = value;
+    Q_EMIT showingSettingsChanged();
+}
+
+void AppState::setShowingOnboarding(bool value)
+{
+    if (m_showingOnboarding == value)
+        return;
+    m_showingOnboarding = value;
+    Q_EMIT showingOnboardingChanged();
+}
+
+void AppState::setIsProcessing(bool value)
+{
+    if (m_isProcessing == value)
+        return;
+    m_isProcessing = value;
+    Q_EMIT isProcessingChanged();
+}
+
+void AppState::setProcessingMessage(const QString &value)
+{
+    if (m_processingMessage == value)
+        return;
+    m_processingMessage = value;
+    Q_EMIT processingMessageChanged();
+}
+
+void AppState::setProcessingProgress(double value)
+{
+    if (m_processingProgress == value)
+        return;
+    m_processingProgress = value;
+    Q_EMIT processingProgressChanged();
+}
+
+void AppState::setShowFloatingPlayer(bool value)
+{
+    if (m_showFloatingPlayer == value)
+        return;
+    m_showFloatingPlayer = value;
+    Q_EMIT showFloatingPlayerChanged();
+}
+
+void AppState::setCurrentPlayingContext(const QString &value)
+{
+    if (m_currentPlayingContext == value)
+        return;
+    m_currentPlayingContext = value;
+    Q_EMIT currentPlayingContextChanged();
+}
+
+void AppState::setCurrentPlayingTitle(const QString &value)
+{
+    if (m_currentPlayingTitle == value)
+        return;
+    m_currentPlayingTitle = value;
+    Q_EMIT currentPlayingTitleChanged();
+}
+
+void AppState::setFloatingPlayerSize(const QSizeF &value)
+{
+    if (m_floatingPlayerSize == value)
+        return;
+    m_floatingPlayerSize = value;
+    Q_EMIT floatingPlayerSizeChanged();
+}
+
+void AppState::setKeepFloatingPlayerOpen(bool value)
+{
+    if (m_keepFloatingPlayerOpen == value)
+        return;
+    m_keepFloatingPlayerOpen = value;
+    Q_EMIT keepFloatingPlayerOpenChanged();
+}
+
+void AppState::setIsAnsweringQuestion(bool value)
+{
+    if (m_isAnsweringQuestion == value)
+        return;
+    m_isAnsweringQuestion = value;
+    Q_EMIT isAnsweringQuestionChanged();
+}
+
+void AppState::setIsListeningForQuestion(bool value)
+{
+    if (m_isListeningForQuestion == value)
+        return;
+    m_isListeningForQuestion = value;
+    Q_EMIT isListeningForQuestionChanged();
+}
+
+void AppState::setIsReadyToSendQuestion(bool value)
+{
+    if (m_isReadyToSendQuestion == value)
+        return;
+    m_isReadyToSendQuestion = value;
+    Q_EMIT isReadyToSendQuestionChanged();
+}
+
+void AppState::setQuestionAudioAmplitude(float value)
+{
+    if (m_questionAudioAmplitude == value)
+        return;
+    m_questionAudioAmplitude = value;
+    Q_EMIT questionAudioAmplitudeChanged();
+}
+
+void AppState::setConversationHistory(const QList<AIMessage> &value)
+{
+    if (m_conversationHistory == value)
+        return;
+    m_conversationHistory = value;
+    Q_EMIT conversationHistoryChanged();
+}
+
+void AppState::setCurrentQuestion(const QString &value)
+{
+    if (m_currentQuestion == value)
+        return;
+    m_currentQuestion = value;
+    Q_EMIT currentQuestionChanged();
+}
+
+void AppState::setIsGeneratingPodcast(bool value)
+{
+    if (m_isGeneratingPodcast == value)
+        return;
+    m_isGeneratingPodcast = value;
+    Q_EMIT isGeneratingPodcastChanged();
+}
+
+void AppState::setPodcastGenerationProgress(const QString &value)
+{
+    if (m_podcastGenerationProgress == value)
+        return;
+    m_podcastGenerationProgress = value;
+    Q_EMIT podcastGenerationProgressChanged();
+}
+
+void AppState::setSelectedPodcastType(PodcastType value)
+{
+    if (m_selectedPodcastType == value)
+        return;
+    m_selectedPodcastType = value;
+    Q_EMIT selectedPodcastTypeChanged();
+}
+
+void AppState::setIsDownloading(bool value)
+{
+    if (m_isDownloading == value)
+        return;
+    m_isDownloading = value;
+    Q_EMIT isDownloadingChanged();
+}
+
+void AppState::setIsSavingAudio(bool value)
+{
+    if (m_isSavingAudio == value)
+        return;
+    m_isSavingAudio = value;
+    Q_EMIT isSavingAudioChanged();
+}
+
+void AppState::setAppearanceMode(AppearanceMode value)
+{
+    if (m_appearanceMode == value)
+        return;
+    m_appearanceMode = value;
+    Q_EMIT appearanceModeChanged();
+}
+
+void AppState::assignDownloadLocation(const std::optional<QString> &value)
+{
+    if (m_downloadLocation == value)
+        return;
+    m_downloadLocation = value;
+    Q_EMIT downloadLocationChanged();
+}
+
+void AppState::setCurrentMonthCharacters(qint64 value)
+{
+    if (m_currentMonthCharacters == value)
+        return;
+    m_currentMonthCharacters = value;
+    Q_EMIT currentMonthCharactersChanged();
+}
+
+void AppState::setUsageSyncStatus(const QString &value)
+{
+    if (m_usageSyncStatus == value)
+        return;
+    m_usageSyncStatus = value;
+    Q_EMIT usageSyncStatusChanged();
+}
+
+void AppState::assignUserEmail(const std::optional<QString> &value)
+{
+    if (m_userEmail == value)
+        return;
+    m_userEmail = value;
+    Q_EMIT userEmailChanged();
+}
+
+void AppState::setIsAccountLinked(bool value)
+{
+    if (m_isAccountLinked == value)
+        return;
+    m_isAccountLinked = value;
+    Q_EMIT isAccountLinkedChanged();
+}
+
+void AppState::setAccountSyncStatus(const AccountSyncStatus &value)
+{
+    if (m_accountSyncStatus == value)
+        return;
+    m_accountSyncStatus = value;
+    Q_EMIT accountSyncStatusChanged();
+}
+
+void AppState::setIsOnboardingMode(bool value)
+{
+    if (m_isOnboardingMode == value)
+        return;
+    m_isOnboardingMode = value;
+    Q_EMIT isOnboardingModeChanged();
+}
+
+void AppState::setPendingOnboardingAudioURL(const std::optional<QString> &value)
+{
+    if (m_pendingOnboardingAudioURL == value)
+        return;
+    m_pendingOnboardingAudioURL = value;
+    Q_EMIT pendingOnboardingAudioURLChanged();
+}
+} // namespace parlino

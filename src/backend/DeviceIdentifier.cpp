@@ -1,0 +1,19 @@
+#include "backend/DeviceIdentifier.h"
+
+#include "core/Defaults.h"
+
+#include <QUuid>
+
+namespace parlino {
+
+QString readOrCreateDeviceID(Defaults &defaults)
+{
+    static const QString key = QStringLiteral("deviceID");
+    if (std::optional<QString> stored = defaults.stringForKey(key))
+        return *stored;
+    const QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    defaults.set(key, created);
+    return created;
+}
+
+} // namespace parlino

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QDebug>
+#include <QLoggingCategory>
+
+// One category per subsystem, so a single subsystem's trace can be switched with QT_LOGGING_RULES,
+// e.g. QT_LOGGING_RULES="parlino.speech.info=false".
+Q_DECLARE_LOGGING_CATEGORY(lcApp)
+Q_DECLARE_LOGGING_CATEGORY(lcBackend)
+Q_DECLARE_LOGGING_CATEGORY(lcSpeech)
+Q_DECLARE_LOGGING_CATEGORY(lcPlayback)
+Q_DECLARE_LOGGING_CATEGORY(lcAi)
+Q_DECLARE_LOGGING_CATEGORY(lcInput)
+Q_DECLARE_LOGGING_CATEGORY(lcLibrary)
+Q_DECLARE_LOGGING_CATEGORY(lcUsage)
+Q_DECLARE_LOGGING_CATEGORY(lcUi)
+Q_DECLARE_LOGGING_CATEGORY(lcPlatform)
+
+// The app's console lines are plain sentences: no quotes around strings, no spaces between parts.
+//   PLOG(lcApp) << "✅ Set download location: " << path;
+#define PLOG(category) qCInfo(category).noquote().nospace()
+#define PWARN(category) qCWarning(category).noquote().nospace()
+
+namespace parlino {
+
+// Prints the app's lines as they are, unless the user chose a pattern with QT_MESSAGE_PATTERN.
+void installDefaultMessagePattern();
+
+} // namespace parlino
