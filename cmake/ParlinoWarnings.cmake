@@ -15,3 +15,12 @@ function(parlino_add_library name)
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src ${PROJECT_BINARY_DIR}/src)
     target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE parlino_warnings)
 endfunction()
+
+# Links the subsystem libraries among `deps` that this tree defines (configured earlier).
+function(parlino_link_existing target)
+    foreach(dep ${ARGN})
+        if(TARGET ${dep})
+            target_link_libraries(${target} PUBLIC ${dep})
+        endif()
+    endforeach()
+endfunction()
