@@ -11,6 +11,11 @@ target_compile_definitions(parlino_warnings INTERFACE
 # parlino_add_library(NAME SOURCES... LINKS ...): one static library per subsystem folder.
 function(parlino_add_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    set(compiled ${ARG_SOURCES})
+    list(FILTER compiled INCLUDE REGEX "\\.cpp$")
+    if(NOT compiled)
+        return() # a folder with nothing to compile yet
+    endif()
     add_library(${name} STATIC ${ARG_SOURCES})
     target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src ${PROJECT_BINARY_DIR}/src)
     target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE parlino_warnings)
