@@ -1,0 +1,50 @@
+#pragma once
+
+#include "input/KeyboardShortcut.h"
+
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+namespace parlino {
+
+class Defaults;
+
+// The global shortcut bindings: the default table, replaced as a whole by the user's saved bindings
+// when there are any. Every change is saved at once and announced with keyboardShortcutsChanged(), to
+// which the shortcut manager reacts by registering all keys again.
+class KeyboardShortcutPreferences final : public QObject {
+    Q_OBJECT
+public:
+    // Where the bindings are stored: a JSON object from action name to {"keyCode", "modifiers"}.
+    static inline const QString userDefaultsKey = QStringLiteral("customKeyboardShortcuts");
+    // Where an unreadable stored value is kept when new bindings are saved over it.
+    static inline const QString unreadableBackupKey = QStringLiteral("customKeyboardShortcutsUnreadable");
+
+    // Loads the bindings from `defaults` once, here.
+    explicit KeyboardShortcutPreferences(Defaults &defaults, QObject *parent = nullptr);
+
+    // The process's bindings over Defaults::shared(), loaded on first use.
+    static KeyboardShortcutPreferences &shared();
+
+    // The bindings the app ships with, by action name.
+    [[nodiscard]] static QMap<QString, KeyboardShortcut> defaultShortcuts();
+
+    [[nodiscard]] const QMap<QString, KeyboardShortcut> &shortcuts() const { return m_shortcuts; }
+
+    // Binds `action` to `shortcut`, saves all bindings and announces the change.
+    void set(const KeyboardShortcut &shortcut, const QString &action);
+
+Q_SIGNALS:
+    void keyboardShortcutsChanged();
+
+private:
+    void loadShortcuts();
+    void saveShortcuts();
+
+    Defaults &m_defaults;
+    QMap<QString, KeyboardShortcut> m_shortcuts;
+    QByteArray m_unreadableData;
+};
+
+} // namespace parlino
