@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace parlino {
+
+// The speech endpoint takes at most this many user-perceived characters per request.
+inline constexpr int maxChunkSize = 4000;
+
+// Number of user-perceived characters (grapheme clusters): "é" written as e + combining accent is one,
+// a family emoji is one.
+[[nodiscard]] int characterCount(const QString &text);
+
+// The first `count` user-perceived characters of text (all of it when it is shorter).
+[[nodiscard]] QString leadingCharacters(const QString &text, int count);
+
+// Cuts text into pieces of at most maxSize characters for the speech endpoint. A text that fits is
+// returned unchanged. Longer texts are cut at sentence ends (".", "!", "?"); every sentence comes back
+// ending in a full stop, sentences joined by one blank. A sentence longer than the limit is cut at
+// blanks; a single word longer than the limit is never cut and becomes an oversized piece of its own.
+[[nodiscard]] QStringList splitTextIntoChunks(const QString &text, int maxSize = maxChunkSize);
+
+} // namespace parlino

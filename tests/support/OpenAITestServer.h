@@ -1,0 +1,111 @@
+#pragma once
+
+#include <QAbstractHttpServer>
+#include <QByteArray>
+#include <QHash>
+#include <QJsonObject>
+#include <QList>
+#include <QMutex>
+#include <QString>
+#include <QUrl>
+
+#include <chrono>
+#include <optional>
+
+class QTcpSocket;
+
+namespace parlino::test {
+
+// A stand-in for the OpenAI API on 127.0.0.1 (random port), for tests and for end-to-end runs of the
+// app (point OPENAI_BASE_URL at baseUrl()).
+//
+//   POST /v1/audio/speech      real MP3 speech of the request's "input" (espeak-ng + lame; long inputs
+//                              are read only up to their first dozen words, to keep tests quick)
+//   POST /v1/chat/completions  a chat-completions answer whose content is chatContent()
+//   GET  /_test/requests       the recorded requests as JSON (for tests in another process)
+//   POST /_test/config         {"chatContent": "...", "delayMs": n,
+//                               "speechFailure"/"chatFailure": {"status": n, "body": "...",
+//                               "drop": bool, "afterSuccesses": n} or null}
+//
+// Every request to /v1 is recorded. Failures, delays and dropped connections can be switched on.
+class OpenAITestServer final : public QAbstractHttpServer {
+    Q_OBJECT
+public:
+    struct Request {
+        QByteArray method;
+        QString path;
+        QHash<QByteArray, QByteArray> headers; // names in lower case
+        QByteArray body;
+        QJsonObject json; // the body parsed as a JSON object, empty when it is not one
+
+        [[nodiscard]] QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
+    };
+
+    // What a failing endpoint answers: a status with a body, or a connection closed without an answer.
+    struct Failure {
+        int status = 500;
+        QByteArray body;
+        bool dropConnection = false;
+
+        [[nodiscard]] static Failure error(int status, QByteArray body = {}) { return {status, std::move(body), false}; }
+        [[nodiscard]] static Failure dropped() { return {0, {}, true}; }
+    };
+
+    explicit OpenAITestServer(QObject *parent = nullptr);
+    ~OpenAITestServer() override;
+
+    // http://127.0.0.1:PORT/v1
+    [[nodiscard]] QUrl baseUrl() const;
+    [[nodiscard]] QString baseUrlString() const { return baseUrl().toString(); }
+
+    [[nodiscard]] QList<Request> requests() const;
+    // Recorded requests whose path ends with pathSuffix, e.g. "/audio/speech".
+    [[nodiscard]] QList<Request> requests(const QString &pathSuffix) const;
+    void clearRequests();
+
+    void setChatContent(const QString &content);
+    [[nodiscard]] QString chatContent() const;
+    // The next afterSuccesses requests to the endpoint succeed, every later one fails.
+    void setSpeechFailure(const Failure &failure, int afterSuccesses = 0);
+    void setChatFailure(const Failure &failure, int afterSuccesses = 0);
+    void clearFailures();
+    // Waits this long before answering each request (the connection stays open meanwhile).
+    void setDelay(std::chrono::milliseconds delay);
+
+    // The MP3 the server answers for input (cached per input text).
+    [[nodiscard]] QByteArray speechFor(const QString &input);
+
+protected:
+    bool handleRequest(const QHttpServerRequest &request, QTcpSocket *socket) override;
+    void missingHandler(const QHttpServerRequest &request, QTcpSocket *socket) override;
+
+private:
+    struct Answer {
+        int status = 200;
+        QByteArray contentType;
+        QByteArray body;
+        bool drop = false;
+    };
+    struct FailurePlan {
+        std::optional<Failure> failure;
+        int successesLeft = 0;
+    };
+
+    Answer answerSpeech(const Request &request);
+    Answer answerChat(const Request &request);
+    Answer answerConfig(const Request &request);
+    Answer answerRequestLog() const;
+    static std::optional<Answer> failureAnswer(FailurePlan &plan);
+    static void send(QTcpSocket *socket, const Answer &answer);
+
+    mutable QMutex m_mutex;
+    QList<Request> m_requests;
+    QString m_chatContent = QStringLiteral("This is a test answer.");
+    FailurePlan m_speechFailure;
+    FailurePlan m_chatFailure;
+    std::chrono::milliseconds m_delay{0};
+    QHash<QString, QByteArray> m_speechCache;
+    quint16 m_port = 0;
+};
+
+} // namespace parlino::test
