@@ -1,0 +1,303 @@
+#include "playback/AudioPlayerManager.h"
+
+#include "app/AppState.h"
+#include "core/Defaults.h"
+#include "core/Logging.h"
+#include "playback/MpvAudioEngine.h"
+#include "playback/PlaybackSpeed.h"
+#include "usage/UsageTracker.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace parlino {
+
+namespace {
+
+// Rates as people read them: "2.0", "1.25".
+QString formatRate(double rate)
+{
+    const QString text = QString::number(rate, 'g', 6);
+    return text.contains(u'.') ? text : text + QStringLiteral(".0");
+}
+
+QString boolText(bool value)
+{
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+} // namespace
+
+AudioPlayerManager::AudioPlayerManager(AudioEngine &engine, AppState &appState, UsageTracker &usageTracker,
+                                       Defaults &defaults, Clock &clock, QObject *parent)
+    : QObject(parent)
+    , m_engine(engine)
+    , m_appState(appState)
+    , m_usageTracker(usageTracker)
+    , m_defaults(defaults)
+    , m_clock(clock)
+{
+}
+
+AudioPlayerManager::~AudioPlayerManager()
+{
+    if (m_timeObserver)
+        m_clock.cancel(*m_timeObserver);
+    for (const auto &connection : std::as_const(m_itemConnections))
+        disconnect(connection);
+}
+
+AudioPlayerManager &AudioPlayerManager::shared()
+{
+    static AudioPlayerManager *instance = [] {
+        auto *engine = new MpvAudioEngine();
+        auto *manager = new AudioPlayerManager(*engine, AppState::shared(), UsageTracker::shared(),
+                                               Defaults::shared(), Clock::system());
+        // Leave the sound server cleanly while the event loop still runs; the objects themselves live
+        // until the process ends, like every shared service.
+        if (auto *app = QCoreApplication::instance())
+            QObject::connect(app, &QCoreApplication::aboutToQuit, engine, [engine] { engine->shutdown(); });
+        return manager;
+    }();
+    return *instance;
+}
+
+void AudioPlayerManager::play(const QUrl &url)
+{
+    const QString location = url.isLocalFile() ? url.toLocalFile() : url.toString();
+    PLOG(lcPlayback) << "🎵 AudioPlayerManager.play() called";
+    PLOG(lcPlayback) << "   URL: " << url.toString();
+    PLOG(lcPlayback) << "   File exists: " << boolText(url.isLocalFile() && QFileInfo::exists(location));
+
+    stop(false);
+
+    m_currentURL = url;
+    Q_EMIT currentURLChanged();
+    m_hasItem = true;
+    m_itemFailed = false;
+
+    const double storedSpeed = m_defaults.doubleForKey(QLatin1String(kDefaultSpeedKey));
+    const float initialSpeed = std::isfinite(storedSpeed) && storedSpeed > 0 ? static_cast<float>(storedSpeed) : 1.0F;
+    PLOG(lcPlayback) << "   Initial playback speed: " << formatRate(initialSpeed);
+
+    m_itemConnections = {
+        connect(&m_engine, &AudioEngine::loaded, this, [this, initialSpeed] { handleItemReady(initialSpeed); }),
+        connect(&m_engine, &AudioEngine::loadFailed, this, &AudioPlayerManager::handleItemFailed),
+        connect(&m_engine, &AudioEngine::durationChanged, this, &AudioPlayerManager::setDuration),
+        connect(&m_engine, &AudioEngine::finished, this, &AudioPlayerManager::handlePlaybackFinished),
+    };
+    m_engine.load(location);
+}
+
+void AudioPlayerManager::handleItemReady(float initialSpeed)
+{
+    PLOG(lcPlayback) << "✅ AVPlayerItem ready to play!";
+    PLOG(lcPlayback) << "   Duration: " << m_engine.duration();
+    setDuration(m_engine.duration());
+
+    m_playbackRate = initialSpeed;
+    Q_EMIT playbackRateChanged();
+
+    PLOG(lcPlayback) << "   Calling player.play()...";
+    // The rate goes in before the file starts, so not even the first moment plays at 1×.
+    m_engine.setRate(initialSpeed);
+    m_engine.play();
+    setIsPlaying(true);
+    setupTimeObserver();
+
+    PLOG(lcPlayback) << "▶️ Starting playback at " << formatRate(initialSpeed) << "x speed (from settings)";
+    PLOG(lcPlayback) << "   Volume: " << m_engine.volume() << "%, muted: " << boolText(m_engine.isMuted());
+
+    if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(initialSpeed))
+        m_appState.setCurrentSpeed(*speed);
+    m_appState.setIsPlaying(true);
+    m_appState.setShowFloatingPlayer(true);
+    Q_EMIT itemReady();
+}
+
+void AudioPlayerManager::handleItemFailed(const QString &error)
+{
+    m_itemFailed = true;
+    PLOG(lcPlayback) << "❌ AVPlayerItem FAILED to load";
+    PLOG(lcPlayback) << "   Error: " << error;
+}
+
+void AudioPlayerManager::handlePlaybackFinished()
+{
+    PLOG(lcPlayback) << "🏁 Playback finished - preserving player for replay";
+    trackPlaybackSession();
+    m_engine.pause();
+    setIsPlaying(false);
+    m_appState.setIsPlaying(false);
+    updateTime();
+    const QString fileName = m_currentURL ? QFileInfo(m_currentURL->path()).fileName() : QString();
+    PLOG(lcPlayback) << "✅ Audio ready for replay - player, URL, and duration preserved";
+    PLOG(lcPlayback) << "   File: " << fileName;
+    PLOG(lcPlayback) << "   Duration: " << m_duration;
+    PLOG(lcPlayback) << "   Current time: " << m_currentTime;
+}
+
+void AudioPlayerManager::setupTimeObserver()
+{
+    m_playbackStartTime = m_clock.now();
+    if (m_timeObserver)
+        m_clock.cancel(*m_timeObserver);
+    m_timeObserver = m_clock.startRepeating(kTimeUpdateInterval, this, [this] {
+        // Like a periodic observer: report while playing, and once after the position jumped.
+        if (m_isPlaying || m_engine.position() != m_currentTime)
+            updateTime();
+    });
+}
+
+void AudioPlayerManager::updateTime()
+{
+    setCurrentTime(m_engine.position());
+    if (m_currentTime - m_lastTrackedTime >= kTrackingPositionStep) {
+        trackPlaybackSession();
+        m_lastTrackedTime = m_currentTime;
+    }
+    mirrorIntoAppState();
+}
+
+void AudioPlayerManager::mirrorIntoAppState()
+{
+    m_appState.setCurrentTime(m_currentTime);
+    m_appState.setPlaybackProgress(m_duration > 0 ? std::clamp(m_currentTime / m_duration, 0.0, 1.0) : 0.0);
+    m_appState.setTotalTime(m_duration);
+    m_appState.setIsPlaying(m_isPlaying);
+}
+
+void AudioPlayerManager::trackPlaybackSession()
+{
+    if (!m_playbackStartTime)
+        return;
+    const QDateTime now = m_clock.now();
+    const double elapsed = static_cast<double>(m_playbackStartTime->msecsTo(now)) / 1000.0;
+    if (elapsed > kMinimumSession) {
+        m_usageTracker.addListeningTime(elapsed);
+        PLOG(lcPlayback) << "📊 Tracked playback session: " << static_cast<qint64>(elapsed) << "s";
+    }
+    m_playbackStartTime = now;
+}
+
+void AudioPlayerManager::togglePlayPause()
+{
+    if (!m_hasItem || m_itemFailed)
+        return;
+    if (!m_isPlaying) {
+        const double position = m_engine.position();
+        if (m_duration > 0 && position >= m_duration - kReplayThreshold) {
+            PLOG(lcPlayback) << "🔄 At end of audio - seeking to beginning for replay";
+            m_engine.seek(0);
+        }
+        setIsPlaying(true);
+        m_appState.setIsPlaying(true);
+        m_engine.setRate(m_playbackRate);
+        m_engine.play();
+        PLOG(lcPlayback) << "▶️ Resumed playback at " << formatRate(m_playbackRate) << "x speed";
+    } else {
+        m_engine.pause();
+        setIsPlaying(false);
+        m_appState.setIsPlaying(false);
+        PLOG(lcPlayback) << "⏸️ Paused playback";
+    }
+    updateTime();
+}
+
+void AudioPlayerManager::stop(bool forceClose)
+{
+    trackPlaybackSession();
+    m_engine.pause();
+
+    m_engine.unload();
+    m_hasItem = false;
+    m_itemFailed = false;
+
+    setIsPlaying(false);
+    setCurrentTime(0);
+    setDuration(0);
+
+    // The engine is already released; the observer is simply dropped after it.
+    if (m_timeObserver) {
+        m_clock.cancel(*m_timeObserver);
+        m_timeObserver.reset();
+    }
+
+    for (const auto &connection : std::as_const(m_itemConnections))
+        disconnect(connection);
+    m_itemConnections.clear();
+    m_playbackStartTime.reset();
+    m_lastTrackedTime = 0;
+
+    m_appState.setIsPlaying(false);
+    m_appState.setCurrentTime(0);
+    m_appState.setPlaybackProgress(0);
+    m_appState.setTotalTime(0);
+    if (forceClose) {
+        m_appState.setShowFloatingPlayer(false);
+        m_appState.setCurrentPlayingContext(QString());
+        PLOG(lcPlayback) << "🔒 Floating player force closed - user must use Super+Shift+R";
+    }
+}
+
+void AudioPlayerManager::setSpeed(float speed)
+{
+    if (!std::isfinite(speed) || speed <= 0) {
+        PWARN(lcPlayback) << "⚠️ Ignoring invalid playback speed: " << speed;
+        return;
+    }
+    m_playbackRate = speed;
+    Q_EMIT playbackRateChanged();
+    if (m_isPlaying)
+        m_engine.setRate(speed);
+
+    PLOG(lcPlayback) << "🎚️ Speed changed to " << formatRate(speed) << "x";
+    PLOG(lcPlayback) << "   Stored playbackRate: " << formatRate(m_playbackRate);
+    PLOG(lcPlayback) << "   Current player rate: " << formatRate(m_isPlaying ? m_engine.rate() : 0.0);
+    PLOG(lcPlayback) << "   Is playing: " << boolText(m_isPlaying);
+
+    m_usageTracker.recordPlaybackSpeed(speed);
+
+    if (const std::optional<PlaybackSpeed> matched = playbackSpeedFromRawValue(speed))
+        m_appState.setCurrentSpeed(*matched);
+}
+
+void AudioPlayerManager::skip(double seconds)
+{
+    if (!m_hasItem || m_itemFailed || !std::isfinite(seconds))
+        return;
+    const double end = m_duration > 0 ? m_duration : std::numeric_limits<double>::max();
+    const double target = std::clamp(m_engine.position() + seconds, 0.0, end);
+    m_engine.seek(target);
+    updateTime();
+}
+
+void AudioPlayerManager::setIsPlaying(bool value)
+{
+    if (m_isPlaying == value)
+        return;
+    m_isPlaying = value;
+    Q_EMIT isPlayingChanged();
+}
+
+void AudioPlayerManager::setCurrentTime(double value)
+{
+    if (m_currentTime == value)
+        return;
+    m_currentTime = value;
+    Q_EMIT currentTimeChanged();
+}
+
+void AudioPlayerManager::setDuration(double value)
+{
+    if (m_duration == value)
+        return;
+    m_duration = value;
+    Q_EMIT durationChanged();
+}
+
+} // namespace parlino

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "core/Clock.h"
+
+#include <QDateTime>
+#include <QList>
+#include <QObject>
+#include <QUrl>
+
+#include <optional>
+
+namespace parlino {
+
+class AppState;
+class AudioEngine;
+class Defaults;
+class UsageTracker;
+
+// The one player of the process, for every kind of synthesized audio. Publishes its state, mirrors
+// it into AppState every 0.5 s while audio plays, keeps a finished file loaded so it can be replayed,
+// and adds listening time to the usage tracker. Lives on the main thread.
+//
+// States: empty → loading (play) → playing ⇄ paused, → finished at the end of the file (still
+// loaded, paused) → playing again from the start (togglePlayPause) → empty (stop).
+class AudioPlayerManager final : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool isPlaying READ isPlaying NOTIFY isPlayingChanged)
+    Q_PROPERTY(double currentTime READ currentTime NOTIFY currentTimeChanged)
+    Q_PROPERTY(double duration READ duration NOTIFY durationChanged)
+    Q_PROPERTY(float playbackRate READ playbackRate NOTIFY playbackRateChanged)
+    Q_PROPERTY(QUrl currentURL READ currentURLOrEmpty NOTIFY currentURLChanged)
+
+public:
+    static constexpr auto kDefaultSpeedKey = "defaultSpeed";
+    static constexpr std::chrono::milliseconds kTimeUpdateInterval{500};
+    // Listening time is accounted every time the position has advanced this far.
+    static constexpr double kTrackingPositionStep = 10.0;
+    // Sessions of this length or shorter are not listening time.
+    static constexpr double kMinimumSession = 1.0;
+    // Resuming this close to the end starts the file again.
+    static constexpr double kReplayThreshold = 0.5;
+
+    AudioPlayerManager(AudioEngine &engine, AppState &appState, UsageTracker &usageTracker, Defaults &defaults,
+                       Clock &clock, QObject *parent = nullptr);
+    ~AudioPlayerManager() override;
+
+    // The production player: libmpv on PulseAudio (or ALSA), the shared state and tracker.
+    static AudioPlayerManager &shared();
+
+    // Loads a local audio file and starts it at the settings' default speed once it is ready; a file
+    // that cannot be loaded is logged and stays silent.
+    void play(const QUrl &url);
+    // Pauses, or resumes at the chosen rate; at the end of the file resuming starts it again.
+    void togglePlayPause();
+    // Releases the file (currentURL is kept). With forceClose the floating player closes as well.
+    void stop(bool forceClose = false);
+    // The rate for this and later playback in this run (the settings' default is not changed).
+    void setSpeed(float speed);
+    // Moves the position by `seconds` (negative goes back), clamped to the start and the end.
+    void skip(double seconds);
+
+    [[nodiscard]] bool isPlaying() const { return m_isPlaying; }
+    [[nodiscard]] double currentTime() const { return m_currentTime; }
+    [[nodiscard]] double duration() const { return m_duration; }
+    [[nodiscard]] float playbackRate() const { return m_playbackRate; }
+    [[nodiscard]] const std::optional<QUrl> &currentURL() const { return m_currentURL; }
+    // True while a file is loaded (or loading), also after it finished.
+    [[nodiscard]] bool hasItem() const { return m_hasItem; }
+    [[nodiscard]] AudioEngine &engine() const { return m_engine; }
+
+Q_SIGNALS:
+    void isPlayingChanged();
+    void currentTimeChanged();
+    void durationChanged();
+    void playbackRateChanged();
+    void currentURLChanged();
+    // A newly loaded file started playing.
+    void itemReady();
+
+private:
+    [[nodiscard]] QUrl currentURLOrEmpty() const { return m_currentURL.value_or(QUrl()); }
+    void handleItemReady(float initialSpeed);
+    void handleItemFailed(const QString &error);
+    void handlePlaybackFinished();
+    void setupTimeObserver();
+    void updateTime();
+    void mirrorIntoAppState();
+    void trackPlaybackSession();
+    void setIsPlaying(bool value);
+    void setCurrentTime(double value);
+    void setDuration(double value);
+
+    AudioEngine &m_engine;
+    AppState &m_appState;
+    UsageTracker &m_usageTracker;
+    Defaults &m_defaults;
+    Clock &m_clock;
+
+    bool m_hasItem = false;
+    bool m_itemFailed = false;
+    std::optional<Clock::TimerId> m_timeObserver;
+    QList<QMetaObject::Connection> m_itemConnections;
+    std::optional<QUrl> m_currentURL;
+    bool m_isPlaying = false;
+    double m_currentTime = 0;
+    double m_duration = 0;
+    float m_playbackRate = 1.0F;
+    std::optional<QDateTime> m_playbackStartTime;
+    double m_lastTrackedTime = 0;
+};
+
+} // namespace parlino

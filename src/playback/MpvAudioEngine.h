@@ -1,0 +1,78 @@
+#pragma once
+
+#include "playback/AudioEngine.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+
+#include <atomic>
+
+struct mpv_handle;
+struct mpv_event;
+
+namespace parlino {
+
+// AudioEngine on libmpv. One mpv core, driven from the owning thread: mpv's wakeup callback posts a
+// queued call that drains the event queue. Speed changes go through mpv's pitch correction
+// (scaletempo2), so a voice at 2× keeps its pitch. Files stay loaded at their end (keep-open) so they
+// can be replayed.
+class MpvAudioEngine final : public AudioEngine {
+    Q_OBJECT
+public:
+    // Audio outputs tried in order by the application; tests pass "null".
+    static constexpr auto kDefaultAudioOutput = "pulse,alsa,null";
+
+    // `audioOutput` is mpv's "ao" list. `extraOptions` are further mpv options set before the core
+    // starts (for example an "ao-pcm-file" to record what was played). Must be created after the
+    // application object: it resets LC_NUMERIC to "C", which mpv requires.
+    explicit MpvAudioEngine(const QString &audioOutput = QLatin1String(kDefaultAudioOutput),
+                            const QList<QPair<QByteArray, QByteArray>> &extraOptions = {},
+                            QObject *parent = nullptr);
+    ~MpvAudioEngine() override;
+
+    // False when the mpv core could not be created or started; every load then fails.
+    [[nodiscard]] bool isValid() const { return m_mpv != nullptr; }
+    // Stops the core for good (at application exit); later loads fail.
+    void shutdown();
+
+    void load(const QString &location) override;
+    void unload() override;
+    void play() override;
+    void pause() override;
+    void setRate(double rate) override;
+    void seek(double seconds) override;
+
+    [[nodiscard]] double position() const override { return m_position; }
+    [[nodiscard]] double duration() const override { return m_duration; }
+    [[nodiscard]] double rate() const override { return m_rate; }
+    [[nodiscard]] bool isPaused() const override { return m_paused; }
+    [[nodiscard]] double volume() const override;
+    [[nodiscard]] bool isMuted() const override;
+
+private:
+    static void wakeup(void *context);
+    void drainEvents();
+    void handleEvent(const mpv_event &event);
+    void handlePropertyChange(const mpv_event &event);
+    void setFlag(const char *name, bool value);
+    void failLater(const QString &error);
+
+    mpv_handle *m_mpv = nullptr;
+    std::atomic<bool> m_drainQueued{false};
+
+    // Playlist entry of the file asked for by the last load(); events of other entries are stale.
+    qint64 m_expectedEntry = -1;
+    qint64 m_currentEntry = -1;
+    bool m_loadPending = false;
+    bool m_seekPending = false;
+    QString m_lastError;
+
+    double m_position = 0;
+    double m_duration = 0;
+    double m_rate = 1;
+    bool m_paused = true;
+    bool m_eofReached = false;
+};
+
+} // namespace parlino

@@ -1,0 +1,73 @@
+#include "usage/UsageTracker.h"
+
+#include "core/Defaults.h"
+#include "core/Logging.h"
+
+#include <QtGlobal>
+
+#include <cmath>
+#include <limits>
+
+namespace parlino {
+
+namespace {
+
+double storedNonNegative(const Defaults &defaults, const char *key)
+{
+    const double value = defaults.doubleForKey(QLatin1String(key));
+    return std::isfinite(value) && value > 0 ? value : 0.0;
+}
+
+} // namespace
+
+UsageTracker::UsageTracker(Defaults &defaults, QObject *parent)
+    : QObject(parent)
+    , m_defaults(defaults)
+    , m_totalListeningTime(storedNonNegative(defaults, kTotalListeningTimeKey))
+    , m_playbackSpeedSum(storedNonNegative(defaults, kPlaybackSpeedSumKey))
+    , m_playbackSpeedCount(std::max<qint64>(0, defaults.integerForKey(QLatin1String(kPlaybackSpeedCountKey))))
+{
+}
+
+UsageTracker &UsageTracker::shared()
+{
+    static auto *instance = new UsageTracker(Defaults::shared());
+    return *instance;
+}
+
+double UsageTracker::averagePlaybackSpeed() const
+{
+    return m_playbackSpeedCount > 0 ? m_playbackSpeedSum / static_cast<double>(m_playbackSpeedCount) : 1.0;
+}
+
+void UsageTracker::addListeningTime(double seconds)
+{
+    if (!std::isfinite(seconds) || seconds <= 0)
+        return;
+    m_totalListeningTime += seconds;
+    save();
+    Q_EMIT totalListeningTimeChanged();
+}
+
+void UsageTracker::recordPlaybackSpeed(double speed)
+{
+    if (m_playbackSpeedCount == std::numeric_limits<qint64>::max())
+        qFatal("playbackSpeedCount overflow");
+    if (!std::isfinite(speed) || speed <= 0) {
+        PWARN(lcUsage) << "⚠️ Ignoring invalid playback speed: " << speed;
+        return;
+    }
+    m_playbackSpeedSum += speed;
+    ++m_playbackSpeedCount;
+    save();
+    Q_EMIT playbackSpeedChanged();
+}
+
+void UsageTracker::save()
+{
+    m_defaults.set(QLatin1String(kTotalListeningTimeKey), m_totalListeningTime);
+    m_defaults.set(QLatin1String(kPlaybackSpeedSumKey), m_playbackSpeedSum);
+    m_defaults.set(QLatin1String(kPlaybackSpeedCountKey), m_playbackSpeedCount);
+}
+
+} // namespace parlino

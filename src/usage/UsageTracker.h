@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QObject>
+
+namespace parlino {
+
+class Defaults;
+
+// Listening figures of the player: the total time spent listening and the running sum and count of
+// chosen speeds (their quotient is the average speed). Kept in user defaults under their own keys and
+// written at once on every change, so a crash loses nothing. Lives on the main thread.
+class UsageTracker final : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(double totalListeningTime READ totalListeningTime NOTIFY totalListeningTimeChanged)
+    Q_PROPERTY(double playbackSpeedSum READ playbackSpeedSum NOTIFY playbackSpeedChanged)
+    Q_PROPERTY(qint64 playbackSpeedCount READ playbackSpeedCount NOTIFY playbackSpeedChanged)
+
+public:
+    static constexpr auto kTotalListeningTimeKey = "totalListeningTime";
+    static constexpr auto kPlaybackSpeedSumKey = "playbackSpeedSum";
+    static constexpr auto kPlaybackSpeedCountKey = "playbackSpeedCount";
+
+    // Reads the stored figures; absent or unreadable values start at zero.
+    explicit UsageTracker(Defaults &defaults, QObject *parent = nullptr);
+
+    static UsageTracker &shared();
+
+    // Seconds of listening, summed over all sessions.
+    [[nodiscard]] double totalListeningTime() const { return m_totalListeningTime; }
+    [[nodiscard]] double playbackSpeedSum() const { return m_playbackSpeedSum; }
+    [[nodiscard]] qint64 playbackSpeedCount() const { return m_playbackSpeedCount; }
+    // The mean of all recorded speeds, or 1 when none was recorded.
+    [[nodiscard]] double averagePlaybackSpeed() const;
+
+    // Adds a listening session; negative or non-finite durations are ignored.
+    void addListeningTime(double seconds);
+    // Counts one speed choice. An overflowing count is a fatal error.
+    void recordPlaybackSpeed(double speed);
+
+Q_SIGNALS:
+    void totalListeningTimeChanged();
+    void playbackSpeedChanged();
+
+private:
+    void save();
+
+    Defaults &m_defaults;
+    double m_totalListeningTime{0};
+    double m_playbackSpeedSum{0};
+    qint64 m_playbackSpeedCount{0};
+};
+
+} // namespace parlino
