@@ -1,0 +1,44 @@
+#include "core/StackTrace.h"
+
+#include <cxxabi.h>
+#include <execinfo.h>
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+
+namespace parlino {
+
+namespace {
+
+// "binary(mangled+0x12) [0x...]" → "binary(demangled+0x12) [0x...]"
+QString demangleFrame(const char *frame)
+{
+    QString text = QString::fromLocal8Bit(frame);
+    const qsizetype open = text.indexOf(u'(');
+    const qsizetype plus = text.indexOf(u'+', open);
+    if (open < 0 || plus <= open + 1)
+        return text;
+    const QByteArray mangled = text.mid(open + 1, plus - open - 1).toLocal8Bit();
+    int status = 0;
+    std::unique_ptr<char, decltype(&std::free)> demangled(
+        abi::__cxa_demangle(mangled.constData(), nullptr, nullptr, &status), &std::free);
+    if (status != 0 || !demangled)
+        return text;
+    return text.left(open + 1) + QString::fromLocal8Bit(demangled.get()) + text.mid(plus);
+}
+
+} // namespace
+
+QStringList currentStackTrace(int skipFrames)
+{
+    std::array<void *, 64> addresses{};
+    const int count = backtrace(addresses.data(), static_cast<int>(addresses.size()));
+    std::unique_ptr<char *, decltype(&std::free)> symbols(backtrace_symbols(addresses.data(), count), &std::free);
+    QStringList frames;
+    for (int i = skipFrames; i < count; ++i)
+        frames << (symbols ? demangleFrame(symbols.get()[i]) : QStringLiteral("0x%1").arg(quintptr(addresses[i]), 0, 16));
+    return frames;
+}
+
+} // namespace parlino

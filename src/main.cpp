@@ -1,0 +1,57 @@
+#include "app/CommandLine.h"
+#include "core/Logging.h"
+#include "ui/ParlinoApp.h"
+
+#include <QApplication>
+
+#include <clocale>
+#include <cstdio>
+
+namespace {
+
+void describeApplication()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("Parlino"));
+    QCoreApplication::setOrganizationName(QStringLiteral("Parlino"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(PARLINO_VERSION));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    const parlino::LaunchRequest request = parlino::parseCommandLine(arguments);
+    parlino::installDefaultMessagePattern();
+
+    switch (request.kind) {
+    case parlino::LaunchRequest::Kind::help:
+        std::fputs(qPrintable(parlino::usageText()), stdout);
+        return 0;
+    case parlino::LaunchRequest::Kind::version:
+        std::printf("parlino %s\n", PARLINO_VERSION);
+        return 0;
+    case parlino::LaunchRequest::Kind::invalid:
+        std::fprintf(stderr, "parlino: %s\n\n%s", qPrintable(request.error), qPrintable(parlino::usageText()));
+        return 2;
+    case parlino::LaunchRequest::Kind::subcommand: {
+        QCoreApplication app(argc, argv);
+        describeApplication();
+        std::fprintf(stderr, "parlino: %s is not available in this build\n", qPrintable(request.command));
+        return 2;
+    }
+    default:
+        break;
+    }
+
+    QApplication app(argc, argv);
+    describeApplication();
+    QGuiApplication::setDesktopFileName(QStringLiteral("parlino"));
+    // The audio engine parses numbers with the C locale.
+    std::setlocale(LC_NUMERIC, "C");
+
+    parlino::ParlinoApp parlino;
+    return parlino.run(request);
+}
