@@ -17,6 +17,8 @@ namespace {
 
 const QString chatModel = QStringLiteral("gpt-4o-mini");
 constexpr int historyTurnsSent = 6;
+// Named, not a temporary: GCC 12 destroys temporaries inside a co_await expression twice.
+const QJsonObject noResponseFormat;
 
 QJsonObject message(const QString &role, const QString &content)
 {
@@ -167,7 +169,8 @@ QCoro::Task<QString> OpenAIClient::summarize(QString text, SummaryLength targetL
 {
     const QJsonArray messages{message(QStringLiteral("system"), QString(summaryPrompt + instruction(targetLength))),
                               message(QStringLiteral("user"), summaryUserMessage(text))};
-    co_return co_await chatCompletion(messages, 0.3, maxTokens(targetLength));
+    const int budget = maxTokens(targetLength);
+    co_return co_await chatCompletion(messages, 0.3, budget, noResponseFormat);
 }
 
 QCoro::Task<QString> OpenAIClient::answerQuestion(QString question, QString context,
@@ -179,14 +182,14 @@ QCoro::Task<QString> OpenAIClient::answerQuestion(QString question, QString cont
     for (qsizetype i = first; i < conversationHistory.size(); ++i)
         messages.append(message(rawValue(conversationHistory[i].role), conversationHistory[i].content));
     messages.append(message(QStringLiteral("user"), question));
-    co_return co_await chatCompletion(messages, 0.7, 200);
+    co_return co_await chatCompletion(messages, 0.7, 200, noResponseFormat);
 }
 
 QCoro::Task<QString> OpenAIClient::generatePodcastScript(QString text, PodcastType podcastType)
 {
     PLOG(lcAi) << "📝 Generating podcast script for type: " << rawValue(podcastType);
     const QJsonArray messages{message(QStringLiteral("user"), podcastScriptMessage(text, podcastType))};
-    const QString script = co_await chatCompletion(messages, 0.8, 4000);
+    const QString script = co_await chatCompletion(messages, 0.8, 4000, noResponseFormat);
     PLOG(lcAi) << "✅ Podcast script generated (" << characterCount(script) << " characters)";
     co_return script;
 }
@@ -213,7 +216,7 @@ QCoro::Task<QString> OpenAIClient::generateAudioTitle(QString context)
 {
     PLOG(lcAi) << "🏷️ Generating audio title from context";
     const QJsonArray messages{message(QStringLiteral("user"), audioTitleMessage(context))};
-    const QString title = (co_await chatCompletion(messages, 0.5, 20)).trimmed();
+    const QString title = (co_await chatCompletion(messages, 0.5, 20, noResponseFormat)).trimmed();
     PLOG(lcAi) << "✅ Generated title: " << title;
     co_return title;
 }

@@ -115,8 +115,10 @@ QCoro::Task<OpenAIClient::HttpAnswer> OpenAIClient::postJSON(QUrl url, QJsonObje
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
 
-    std::unique_ptr<QNetworkReply> reply(m_network->post(request, QJsonDocument(body).toJson(QJsonDocument::Compact)));
-    co_await reply.get();
+    const QByteArray payload = QJsonDocument(body).toJson(QJsonDocument::Compact);
+    std::unique_ptr<QNetworkReply> reply(m_network->post(request, payload));
+    QNetworkReply *pending = reply.get();
+    co_await pending;
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
     if (!status.isValid()) {
@@ -179,18 +181,20 @@ QCoro::Task<QString> OpenAIClient::generateSpeech(QString text, TTSVoice voice, 
     PLOG(lcSpeech) << "   - Voice: " << identifier(voice);
     PLOG(lcSpeech) << "   - Max chunk size: " << maxChunkSize;
 
+    // No temporaries inside co_await expressions: GCC 12 destroys them twice.
+    const QString voiceId = identifier(voice);
     try {
         if (length > maxChunkSize)
             co_return co_await generateMultiChunkSpeech(text, voice, speed);
 
         PLOG(lcSpeech) << "✅ Text is within limit, processing as single chunk";
-        if (auto cached = co_await m_cache.getCachedAudio(text, identifier(voice), speed)) {
+        if (auto cached = co_await m_cache.getCachedAudio(text, voiceId, speed)) {
             PLOG(lcSpeech) << "💾 Cache HIT for single chunk - returning cached audio";
             co_return *cached;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for single chunk - generating new audio";
         const QString generated = co_await generateSpeechChunk(text, voice, speed);
-        co_await m_cache.cacheAudio(generated, text, identifier(voice), speed);
+        co_await m_cache.cacheAudio(generated, text, voiceId, speed);
         PLOG(lcSpeech) << "💾 Cached new audio for single chunk";
         co_return generated;
     } catch (const Error &error) {
@@ -209,19 +213,21 @@ QCoro::Task<QString> OpenAIClient::generateMultiChunkSpeech(QString text, TTSVoi
         throw Error(QStringLiteral("The text has nothing to read aloud"));
 
     // Strictly one request after another, in reading order.
+    const QString voiceId = identifier(voice);
     QStringList chunkFiles;
     for (qsizetype i = 0; i < n; ++i) {
         publishProgress(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
                         QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
         PLOG(lcSpeech) << "🎙️ Generating audio for chunk " << (i + 1) << '/' << n;
-        if (auto cached = co_await m_cache.getCachedAudio(chunks[i], identifier(voice), speed)) {
+        const QString &chunk = chunks[i];
+        if (auto cached = co_await m_cache.getCachedAudio(chunk, voiceId, speed)) {
             PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
             chunkFiles.append(*cached);
             continue;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
-        const QString generated = co_await generateSpeechChunk(chunks[i], voice, speed);
-        co_await m_cache.cacheAudio(generated, chunks[i], identifier(voice), speed);
+        const QString generated = co_await generateSpeechChunk(chunk, voice, speed);
+        co_await m_cache.cacheAudio(generated, chunk, voiceId, speed);
         PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);
         chunkFiles.append(generated);
     }

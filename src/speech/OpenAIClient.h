@@ -91,8 +91,9 @@ private:
     // One request for at most maxChunkSize characters; a new MP3 file in the temporary folder.
     QCoro::Task<QString> generateSpeechChunk(QString text, TTSVoice voice, double speed);
     QCoro::Task<QString> generateMultiChunkSpeech(QString text, TTSVoice voice, double speed);
+    // responseFormat: sent as "response_format" unless empty.
     QCoro::Task<QString> chatCompletion(QJsonArray messages, double temperature, int maxTokens,
-                                        QJsonObject responseFormat = {});
+                                        QJsonObject responseFormat);
 
     // baseURL + path, or nothing when that is no usable URL.
     [[nodiscard]] std::optional<QUrl> endpoint(const QString &path) const;

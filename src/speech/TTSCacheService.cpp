@@ -174,29 +174,37 @@ QString TTSCacheService::generateCacheKey(const QString &text, const QString &vo
     return QString::fromLatin1(QCryptographicHash::hash(combined.toUtf8(), QCryptographicHash::Sha256).toHex());
 }
 
+// Each operation is queued on the worker first and awaited after: GCC 12 destroys temporaries that
+// live inside a co_await expression twice, so none may be created there.
+
 QCoro::Task<std::optional<QString>> TTSCacheService::getCachedAudio(QString text, QString voice, double speed)
 {
-    co_return co_await QtConcurrent::run(&m_worker, [this, text, voice, speed] { return lookUp(text, voice, speed); });
+    auto result = QtConcurrent::run(&m_worker, [this, text, voice, speed] { return lookUp(text, voice, speed); });
+    co_return co_await result;
 }
 
 QCoro::Task<> TTSCacheService::cacheAudio(QString filePath, QString text, QString voice, double speed)
 {
-    co_await QtConcurrent::run(&m_worker, [this, filePath, text, voice, speed] { store(filePath, text, voice, speed); });
+    auto done = QtConcurrent::run(&m_worker, [this, filePath, text, voice, speed] { store(filePath, text, voice, speed); });
+    co_await done;
 }
 
 QCoro::Task<> TTSCacheService::evictOldEntries()
 {
-    co_await QtConcurrent::run(&m_worker, [this] { removeExpired(); });
+    auto done = QtConcurrent::run(&m_worker, [this] { removeExpired(); });
+    co_await done;
 }
 
 QCoro::Task<TTSCacheStatistics> TTSCacheService::statistics()
 {
-    co_return co_await QtConcurrent::run(&m_worker, [this] { return m_statistics; });
+    auto result = QtConcurrent::run(&m_worker, [this] { return m_statistics; });
+    co_return co_await result;
 }
 
 QCoro::Task<QList<TTSCacheEntry>> TTSCacheService::entries()
 {
-    co_return co_await QtConcurrent::run(&m_worker, [this] { return m_cacheEntries.values(); });
+    auto result = QtConcurrent::run(&m_worker, [this] { return m_cacheEntries.values(); });
+    co_return co_await result;
 }
 
 bool TTSCacheService::isExpired(const TTSCacheEntry &entry) const
