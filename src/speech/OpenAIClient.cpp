@@ -116,7 +116,9 @@ QCoro::Task<OpenAIClient::HttpAnswer> OpenAIClient::postJSON(QUrl url, QJsonObje
     request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
 
     const QByteArray payload = QJsonDocument(body).toJson(QJsonDocument::Compact);
-    std::unique_ptr<QNetworkReply> reply(m_network->post(request, payload));
+    // The coroutine resumes inside the reply's finished signal, so the reply must outlive this frame.
+    const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_network->post(request, payload), [](QNetworkReply *finished) { finished->deleteLater(); });
     QNetworkReply *pending = reply.get();
     co_await pending;
 
