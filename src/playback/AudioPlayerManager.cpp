@@ -90,6 +90,9 @@ void AudioPlayerManager::play(const QUrl &url)
         connect(&m_engine, &AudioEngine::durationChanged, this, &AudioPlayerManager::setDuration),
         connect(&m_engine, &AudioEngine::finished, this, &AudioPlayerManager::handlePlaybackFinished),
     };
+    // The rate goes in before loading: audio decoded ahead while the file loads paused would
+    // otherwise play its first moment at the previous rate.
+    m_engine.setRate(initialSpeed);
     m_engine.load(location);
 }
 
@@ -103,7 +106,6 @@ void AudioPlayerManager::handleItemReady(float initialSpeed)
     Q_EMIT playbackRateChanged();
 
     PLOG(lcPlayback) << "   Calling player.play()...";
-    // The rate goes in before the file starts, so not even the first moment plays at 1×.
     m_engine.setRate(initialSpeed);
     m_engine.play();
     setIsPlaying(true);

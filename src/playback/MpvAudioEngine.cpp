@@ -147,6 +147,11 @@ void MpvAudioEngine::handleEvent(const mpv_event &event)
     case MPV_EVENT_FILE_LOADED:
         if (m_loadPending && (m_expectedEntry < 0 || m_currentEntry == m_expectedEntry)) {
             m_loadPending = false;
+            // The property events for the new file may still be queued behind this one; whoever
+            // handles loaded() reads the duration at once.
+            double duration = 0;
+            if (mpv_get_property(m_mpv, "duration", MPV_FORMAT_DOUBLE, &duration) >= 0 && std::isfinite(duration))
+                m_duration = duration;
             Q_EMIT loaded();
         }
         break;
@@ -164,12 +169,10 @@ void MpvAudioEngine::handleEvent(const mpv_event &event)
                 Q_EMIT loadFailed(error);
             } else {
                 PWARN(lcPlayback) << "⚠️ Playback stopped by an error: " << error;
-                m_eofReached = true;
-                Q_EMIT finished();
+                reachEnd();
             }
-        } else if (end->reason == MPV_END_FILE_REASON_EOF && !m_eofReached) {
-            m_eofReached = true;
-            Q_EMIT finished();
+        } else if (end->reason == MPV_END_FILE_REASON_EOF && !m_endReported) {
+            reachEnd();
         }
         break;
     }
@@ -192,9 +195,18 @@ void MpvAudioEngine::handlePropertyChange(const mpv_event &event)
 {
     const auto &property = *static_cast<const mpv_event_property *>(event.data);
     switch (event.reply_userdata) {
-    case Pause:
-        m_paused = flagValue(property);
+    case Pause: {
+        const bool paused = flagValue(property);
+        // A pause nobody here asked for is mpv's own at the end of the file (keep-open). It comes
+        // once the output has played everything; eof-reached turns true earlier, when the last
+        // data was handed to the output, so it alone would cut the end off.
+        // The two may arrive in either order.
+        m_pausedByMpv = paused && (m_pausedByMpv || !m_paused);
+        m_paused = paused;
+        if (m_pausedByMpv && m_eofReached && !m_endReported && m_expectedEntry != 0)
+            reachEnd();
         return;
+    }
     case Speed:
         if (const double speed = doubleValue(property); speed > 0)
             m_rate = speed;
@@ -218,18 +230,23 @@ void MpvAudioEngine::handlePropertyChange(const mpv_event &event)
         Q_EMIT durationChanged(m_duration);
         break;
     case EofReached: {
-        const bool reached = flagValue(property);
-        if (reached && !m_eofReached) {
-            m_eofReached = true;
-            Q_EMIT finished();
-        } else if (!reached) {
-            m_eofReached = false;
-        }
+        m_eofReached = flagValue(property);
+        if (!m_eofReached)
+            m_endReported = false;
+        else if (m_pausedByMpv && !m_endReported)
+            reachEnd();
         break;
     }
     default:
         break;
     }
+}
+
+void MpvAudioEngine::reachEnd()
+{
+    m_endReported = true;
+    setFlag("pause", true);
+    Q_EMIT finished();
 }
 
 void MpvAudioEngine::failLater(const QString &error)
@@ -242,6 +259,7 @@ void MpvAudioEngine::load(const QString &location)
     m_position = 0;
     m_duration = 0;
     m_eofReached = false;
+    m_endReported = false;
     m_seekPending = false;
     m_lastError.clear();
     if (!m_mpv) {
@@ -278,6 +296,7 @@ void MpvAudioEngine::unload()
     m_position = 0;
     m_duration = 0;
     m_eofReached = false;
+    m_endReported = false;
     if (!m_mpv)
         return;
     setFlag("pause", true);
@@ -297,8 +316,10 @@ void MpvAudioEngine::pause()
 
 void MpvAudioEngine::setFlag(const char *name, bool value)
 {
-    if (std::strcmp(name, "pause") == 0)
+    if (std::strcmp(name, "pause") == 0) {
         m_paused = value;
+        m_pausedByMpv = false;
+    }
     if (!m_mpv)
         return;
     int flag = value ? 1 : 0;
@@ -321,6 +342,7 @@ void MpvAudioEngine::seek(double seconds)
     seconds = std::max(0.0, seconds);
     m_position = seconds;
     m_eofReached = false;
+    m_endReported = false;
     if (!m_mpv || m_expectedEntry == 0)
         return;
     m_seekPending = true;

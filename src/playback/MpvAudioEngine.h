@@ -56,6 +56,7 @@ private:
     void handleEvent(const mpv_event &event);
     void handlePropertyChange(const mpv_event &event);
     void setFlag(const char *name, bool value);
+    void reachEnd();
     void failLater(const QString &error);
 
     mpv_handle *m_mpv = nullptr;
@@ -72,7 +73,9 @@ private:
     double m_duration = 0;
     double m_rate = 1;
     bool m_paused = true;
+    bool m_pausedByMpv = false;
     bool m_eofReached = false;
+    bool m_endReported = false;
 };
 
 } // namespace parlino
