@@ -1,6 +1,7 @@
 #include "input/QtSelectionClipboard.h"
 
 #include <QClipboard>
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QGuiApplication>
 #include <QMimeData>
@@ -30,6 +31,14 @@ QtSelectionClipboard::QtSelectionClipboard(QObject *parent) : QObject(parent)
     connect(QGuiApplication::clipboard(), &QClipboard::changed, this, [this](QClipboard::Mode mode) {
         if (mode != QClipboard::Clipboard)
             return;
+        // Only another application writing counts. The notice that an owner quit (the clipboard is
+        // then empty) can arrive late, after newer content, and must not pass for a fresh copy.
+        QClipboard *clipboard = QGuiApplication::clipboard();
+        if (clipboard->ownsClipboard())
+            return;
+        const QMimeData *data = clipboard->mimeData(QClipboard::Clipboard);
+        if (!data || data->formats().isEmpty())
+            return;
         ++m_changeCount;
         Q_EMIT changed();
     });
@@ -37,6 +46,8 @@ QtSelectionClipboard::QtSelectionClipboard(QObject *parent) : QObject(parent)
 
 std::optional<QString> QtSelectionClipboard::primarySelectionText()
 {
+    // Ownership notices still queued would leave the selection's owner unknown to Qt.
+    QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
     return plainText(QClipboard::Selection);
 }
 

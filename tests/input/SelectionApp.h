@@ -26,9 +26,12 @@ public:
     SelectionApp &operator=(const SelectionApp &) = delete;
 
     // True once the application said "ready"; false when it exited or stayed silent for 20 s.
-    [[nodiscard]] bool waitUntilReady()
+    [[nodiscard]] bool waitUntilReady() { return waitForLine(QStringLiteral("ready")); }
+
+    // Waits until the application has printed `line` (or exited, or stayed silent for 20 s).
+    [[nodiscard]] bool waitForLine(const QString &line)
     {
-        while (!output().contains(QStringLiteral("ready"))) {
+        while (!output().contains(line)) {
             if (m_process.state() == QProcess::NotRunning || !m_process.waitForReadyRead(20000))
                 return false;
         }
