@@ -3,6 +3,7 @@
 #include "core/Logging.h"
 
 #include <QCoreApplication>
+#include <QFileInfo>
 
 #include <mpv/client.h>
 
@@ -162,6 +163,8 @@ void MpvAudioEngine::handleEvent(const mpv_event &event)
         m_seekPending = false;
         if (end->reason == MPV_END_FILE_REASON_ERROR) {
             QString error = QString::fromUtf8(mpv_error_string(end->error));
+            if (m_lastError.isEmpty() && m_location.startsWith(u'/') && !QFileInfo::exists(m_location))
+                m_lastError = QStringLiteral("no such file: ") + m_location;
             if (!m_lastError.isEmpty())
                 error += QStringLiteral(" (") + m_lastError + u')';
             if (m_loadPending) {
@@ -262,6 +265,7 @@ void MpvAudioEngine::load(const QString &location)
     m_endReported = false;
     m_seekPending = false;
     m_lastError.clear();
+    m_location = location;
     if (!m_mpv) {
         m_expectedEntry = 0;
         failLater(QStringLiteral("the audio engine is not available"));

@@ -67,6 +67,7 @@ private:
     qint64 m_currentEntry = -1;
     bool m_loadPending = false;
     bool m_seekPending = false;
+    QString m_location;
     QString m_lastError;
 
     double m_position = 0;
