@@ -228,8 +228,9 @@ std::optional<QString> TTSCacheService::lookUp(const QString &text, const QStrin
     }
 
     // Expiry counts from creation: a hit does not extend an entry's life.
-    TTSCacheEntry &entry = m_cacheEntries[key];
+    TTSCacheEntry entry = *found;
     entry.lastAccessedAt = m_clock.now();
+    putEntry(entry);
     ++m_statistics.totalHits;
     saveMetadata();
     saveStatistics();
@@ -278,7 +279,7 @@ void TTSCacheService::store(const QString &filePath, const QString &text, const 
         m_statistics.totalSize -= previous->fileSize;
 
     const QDateTime now = m_clock.now();
-    m_cacheEntries.insert(key, TTSCacheEntry{key, text, voice, speed, now, now, size, destination});
+    putEntry(TTSCacheEntry{key, text, voice, speed, now, now, size, destination});
     m_statistics.totalSize += size;
     m_statistics.entryCount = m_cacheEntries.size();
     saveMetadata();
@@ -318,9 +319,16 @@ void TTSCacheService::removeEntry(const QString &key)
     QFile::remove(found->audioFilePath);
     m_statistics.totalSize -= found->fileSize;
     m_cacheEntries.erase(found);
+    m_encodedEntries.remove(key);
     m_statistics.entryCount = m_cacheEntries.size();
     saveMetadata();
     saveStatistics();
+}
+
+void TTSCacheService::putEntry(const TTSCacheEntry &entry)
+{
+    m_cacheEntries.insert(entry.key, entry);
+    m_encodedEntries.insert(entry.key, encodeEntry(entry, 1));
 }
 
 void TTSCacheService::loadMetadata()
@@ -353,7 +361,10 @@ void TTSCacheService::loadMetadata()
         }
         loaded.insert(it.key(), *entry);
     }
-    m_cacheEntries = std::move(loaded);
+    m_cacheEntries.clear();
+    m_encodedEntries.clear();
+    for (const TTSCacheEntry &entry : std::as_const(loaded))
+        putEntry(entry);
 }
 
 void TTSCacheService::loadStatistics()
@@ -390,7 +401,7 @@ void TTSCacheService::saveMetadata()
     } else {
         json = "{\n";
         for (auto it = m_cacheEntries.constBegin(); it != m_cacheEntries.constEnd(); ++it) {
-            json += "    " + jsonText(it.key()) + ": " + encodeEntry(it.value(), 1);
+            json += "    " + jsonText(it.key()) + ": " + m_encodedEntries.value(it.key());
             json += std::next(it) != m_cacheEntries.constEnd() ? ",\n" : "\n";
         }
         json += "}\n";

@@ -4,6 +4,7 @@
 #include "speech/TTSCacheEntry.h"
 #include "speech/TTSCacheStatistics.h"
 
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -66,6 +67,7 @@ private:
     void removeExpired();
     void evictLRUEntries(qint64 incomingBytes);
     void removeEntry(const QString &key);
+    void putEntry(const TTSCacheEntry &entry);
     [[nodiscard]] bool isExpired(const TTSCacheEntry &entry) const;
     [[nodiscard]] QString audioPathFor(const QString &key) const;
     void loadMetadata();
@@ -77,6 +79,9 @@ private:
     Clock &m_clock;
     qint64 m_maxCacheSizeBytes;
     QMap<QString, TTSCacheEntry> m_cacheEntries;
+    // Each entry's JSON text, kept up to date with m_cacheEntries: a hit changes one entry, and the
+    // metadata file is then rewritten without encoding the thousands of others again.
+    QHash<QString, QByteArray> m_encodedEntries;
     TTSCacheStatistics m_statistics;
     QThreadPool m_worker; // one thread: the serial queue every operation runs on
 };
