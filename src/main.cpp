@@ -1,4 +1,6 @@
+#include "ai/OpenAICommands.h"
 #include "app/CommandLine.h"
+#include "app/ServiceClient.h"
 #include "core/Logging.h"
 #include "ui/ParlinoApp.h"
 
@@ -37,10 +39,17 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "parlino: %s\n\n%s", qPrintable(request.error), qPrintable(parlino::usageText()));
         return 2;
     case parlino::LaunchRequest::Kind::subcommand: {
+        // Commands for scripts: no display needed.
         QCoreApplication app(argc, argv);
         describeApplication();
-        std::fprintf(stderr, "parlino: %s is not available in this build\n", qPrintable(request.command));
-        return 2;
+        if (request.command == u"synthesize")
+            return parlino::runSynthesizeCommand(request.arguments);
+        return parlino::runSummarizeCommand(request.arguments);
+    }
+    case parlino::LaunchRequest::Kind::service: {
+        QCoreApplication app(argc, argv);
+        describeApplication();
+        return parlino::runServiceCommand(request.command, request.arguments);
     }
     default:
         break;

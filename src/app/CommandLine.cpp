@@ -34,6 +34,17 @@ LaunchRequest parseCommandLine(const QStringList &arguments)
         request.arguments = arguments.mid(1);
         return request;
     }
+    if (first == u"--read-aloud" || first == u"--read-summary") {
+        if (arguments.size() > 2) {
+            request.kind = LaunchRequest::Kind::invalid;
+            request.error = QStringLiteral("%1 takes one text (quote it) or - for standard input").arg(first);
+            return request;
+        }
+        request.kind = LaunchRequest::Kind::service;
+        request.command = first == u"--read-aloud" ? QStringLiteral("ReadAloud") : QStringLiteral("ReadSummary");
+        request.arguments = arguments.mid(1);
+        return request;
+    }
     if (kSubcommands.contains(first)) {
         request.kind = LaunchRequest::Kind::subcommand;
         request.command = first;
@@ -61,6 +72,8 @@ QString usageText()
         "select text in any application and press Super+Shift+R.\n"
         "\n"
         "Commands:\n"
+        "  --read-aloud [TEXT|-]     read TEXT (or standard input) aloud in the running app\n"
+        "  --read-summary [TEXT|-]   play a spoken summary of TEXT (or standard input)\n"
         "  play FILE                 play an audio file in the floating player of the running app\n"
         "  synthesize [OPTIONS] [TEXT|-]\n"
         "                            speak TEXT (or standard input) to an MP3 file and print its path\n"

@@ -1,6 +1,14 @@
 #include "ui/ParlinoApp.h"
 
 #include "app/AppDelegate.h"
+#include "app/AppShortcutActions.h"
+#include "app/ServicesProvider.h"
+#include "input/HotKeyID.h"
+#include "input/KeyboardShortcutManager.h"
+#include "playback/AudioPlayerManager.h"
+#include "platform/linux/DBusServicesEndpoint.h"
+#include "platform/linux/DesktopNotifier.h"
+#include "platform/linux/LinuxInputPlatform.h"
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
 #include "app/StatusBarController.h"
@@ -66,8 +74,24 @@ int ParlinoApp::run(const LaunchRequest &request)
         return exitCode;
 
     QApplication::setQuitOnLastWindowClosed(false);
+    LinuxInputPlatform::install();
 
     AppComponents components;
+    components.servicesProvider = [this] {
+        ServicesProvider &services = ServicesProvider::shared();
+        m_servicesEndpoint = std::make_unique<DBusServicesEndpoint>([&services](const QString &method, const QString &text) {
+            return method == u"ReadSummary" ? services.readSummary(text) : services.readAloud(text);
+        });
+        if (!m_servicesEndpoint->registerOn(m_bus->connection()))
+            PWARN(lcApp) << "⚠️ Could not offer the read-aloud service on the session bus";
+        return &services;
+    };
+    components.keyboardManager = [] {
+        KeyboardShortcutManager &shortcuts = KeyboardShortcutManager::shared();
+        shortcuts.setActions(&AppShortcutActions::shared());
+        return &shortcuts;
+    };
+    components.stopPlayback = [] { AudioPlayerManager::shared().stop(false); };
     components.statusBar = [this] {
         return new StatusBarController([this](QWidget *popover) {
             auto *view = new MenuPopoverView(AppState::shared(), popover);
@@ -76,6 +100,12 @@ int ParlinoApp::run(const LaunchRequest &request)
                 showSettings();
             });
             connect(view, &MenuPopoverView::quitRequested, qApp, &QCoreApplication::quit);
+            connect(view, &MenuPopoverView::stopRequested, this, [] { AudioPlayerManager::shared().stop(false); });
+            connect(view, &MenuPopoverView::readSelectionRequested, this, [popover] {
+                // The popover closes first so the selection is read from the application behind it.
+                popover->hide();
+                KeyboardShortcutManager::shared().handleHotKey(HotKeyID::readAloud);
+            });
             return view;
         });
     };
@@ -117,7 +147,15 @@ void ParlinoApp::handleRequest(const LaunchRequest &request)
 
 void ParlinoApp::playFile(const QString &path)
 {
-    PLOG(lcApp) << "▶️ Play requested: " << path;
+    const QFileInfo file(path);
+    if (!file.isFile() || !file.isReadable()) {
+        ServicesProvider::shared().showError(QStringLiteral("Cannot play “%1”: the file does not exist or cannot be read.")
+                                                 .arg(path));
+        return;
+    }
+    PLOG(lcApp) << "▶️ Playing " << file.absoluteFilePath();
+    AppState::shared().setCurrentPlayingTitle(file.completeBaseName());
+    AudioPlayerManager::shared().play(QUrl::fromLocalFile(file.absoluteFilePath()));
 }
 
 void ParlinoApp::showSettings()

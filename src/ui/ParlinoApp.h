@@ -11,6 +11,7 @@ namespace parlino {
 
 class AppDelegate;
 class DBusApplicationService;
+class DBusServicesEndpoint;
 class OnboardingWindow;
 class SettingsWindow;
 
@@ -33,6 +34,7 @@ private:
     void showOnboarding();
 
     std::unique_ptr<DBusApplicationService> m_bus;
+    std::unique_ptr<DBusServicesEndpoint> m_servicesEndpoint;
     std::unique_ptr<AppDelegate> m_delegate;
     QPointer<OnboardingWindow> m_onboarding;
     QPointer<SettingsWindow> m_settings;

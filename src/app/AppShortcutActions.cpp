@@ -1,0 +1,119 @@
+#include "app/AppShortcutActions.h"
+
+#include "app/AppState.h"
+#include "app/ServicesProvider.h"
+#include "app/UserNotifier.h"
+#include "core/Logging.h"
+#include "input/TextCaptureService.h"
+#include "playback/AudioPlayerManager.h"
+#include "platform/linux/DesktopNotifier.h"
+
+#include <QUrl>
+
+#include <algorithm>
+
+namespace parlino {
+
+AppShortcutActions::AppShortcutActions(ServicesProvider &services, AudioPlayerManager &player, AppState &state,
+                                       TextCaptureService &capture, UserNotifier &notifier)
+    : m_services(services)
+    , m_player(player)
+    , m_state(state)
+    , m_capture(capture)
+    , m_notifier(notifier)
+{
+}
+
+AppShortcutActions &AppShortcutActions::shared()
+{
+    static DesktopNotifier notifier;
+    static AppShortcutActions instance(ServicesProvider::shared(), AudioPlayerManager::shared(), AppState::shared(),
+                                       TextCaptureService::shared(), notifier);
+    return instance;
+}
+
+void AppShortcutActions::readAloud(const QString &text)
+{
+    m_services.processReadAloud(text);
+}
+
+void AppShortcutActions::readSummary(const QString &text)
+{
+    m_services.processReadSummary(text);
+}
+
+void AppShortcutActions::createPodcast(const QString &text)
+{
+    m_services.processCreatePodcast(text);
+}
+
+void AppShortcutActions::showNoTextSelected(const QString &message)
+{
+    m_notifier.notify(QStringLiteral("Parlino"), message);
+}
+
+void AppShortcutActions::togglePlayPause()
+{
+    m_player.togglePlayPause();
+}
+
+void AppShortcutActions::stopReading()
+{
+    m_player.stop(false);
+}
+
+void AppShortcutActions::stepSpeed(int steps)
+{
+    const int current = static_cast<int>(m_state.currentSpeed());
+    const int last = static_cast<int>(allPlaybackSpeeds.size()) - 1;
+    const auto next = static_cast<PlaybackSpeed>(std::clamp(current + steps, 0, last));
+    if (next == m_state.currentSpeed())
+        return;
+    m_player.setSpeed(static_cast<float>(rawValue(next)));
+    // The player mirrors the rate into the state once it applies; keep the state right without a player.
+    m_state.setCurrentSpeed(next);
+    PLOG(lcApp) << "⏩ Playback speed: " << displayName(next);
+}
+
+void AppShortcutActions::adjustSpeed(bool increase)
+{
+    stepSpeed(increase ? 1 : -1);
+}
+
+void AppShortcutActions::adjustSpeedFaster(bool increase)
+{
+    // Two steps: 0.5× at a time.
+    stepSpeed(increase ? 2 : -2);
+}
+
+// Export, the save panel, the library and voice questions arrive with their features; their shortcuts
+// are logged by the shortcut manager and do nothing else yet.
+void AppShortcutActions::downloadAudio() {}
+void AppShortcutActions::saveAudio() {}
+void AppShortcutActions::openLibrary() {}
+
+void AppShortcutActions::askQuestion()
+{
+    m_notifier.notify(QStringLiteral("Ask Question"),
+                      QStringLiteral("Voice questions about what you are listening to are coming soon."));
+}
+
+void AppShortcutActions::summarizeText()
+{
+    // The selection's spoken summary, as the summary shortcut does.
+    if (const std::optional<QString> text = m_capture.captureSelectedText())
+        m_services.processReadSummary(*text);
+    else
+        showNoTextSelected(QStringLiteral("No text selected. Please select some text and try again."));
+}
+
+void AppShortcutActions::handleOnboardingAudioReplay()
+{
+    if (const std::optional<QString> pending = m_state.pendingOnboardingAudioURL()) {
+        m_player.play(QUrl(*pending));
+        return;
+    }
+    m_player.togglePlayPause();
+}
+
+} // namespace parlino

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "input/ShortcutActions.h"
+
+namespace parlino {
+
+class AppState;
+class AudioPlayerManager;
+class ServicesProvider;
+class TextCaptureService;
+class UserNotifier;
+
+// What each global shortcut does in this app: the text flows of the Services provider, the player's
+// controls, and the speed steps.
+class AppShortcutActions final : public ShortcutActions {
+public:
+    AppShortcutActions(ServicesProvider &services, AudioPlayerManager &player, AppState &state,
+                       TextCaptureService &capture, UserNotifier &notifier);
+
+    static AppShortcutActions &shared();
+
+    void readAloud(const QString &text) override;
+    void readSummary(const QString &text) override;
+    void createPodcast(const QString &text) override;
+    void showNoTextSelected(const QString &message) override;
+    void togglePlayPause() override;
+    void stopReading() override;
+    void adjustSpeed(bool increase) override;
+    void adjustSpeedFaster(bool increase) override;
+    void downloadAudio() override;
+    void saveAudio() override;
+    void summarizeText() override;
+    void openLibrary() override;
+    void askQuestion() override;
+    void handleOnboardingAudioReplay() override;
+
+private:
+    void stepSpeed(int steps);
+
+    ServicesProvider &m_services;
+    AudioPlayerManager &m_player;
+    AppState &m_state;
+    TextCaptureService &m_capture;
+    UserNotifier &m_notifier;
+};
+
+} // namespace parlino

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <qcoro/qcorotask.h>
+
+#include <functional>
+
+class QUrl;
+
+namespace parlino {
+
+class AppState;
+class OpenAIClient;
+class TTSCacheService;
+class UserNotifier;
+
+// Turns captured text into playing audio: read aloud, a spoken summary, or a quick podcast. Each flow
+// reports its progress through the application state (which shows the floating player), caches the
+// result so the same request replays without synthesis, and ends in the player. Failures reach the
+// user as a desktop notification with the flow's own message.
+class ServicesProvider final : public QObject {
+    Q_OBJECT
+public:
+    using PlayFunction = std::function<void(const QUrl &)>;
+
+    ServicesProvider(AppState &state, OpenAIClient &client, TTSCacheService &cache, PlayFunction play,
+                     UserNotifier &notifier, QObject *parent = nullptr);
+    ~ServicesProvider() override;
+
+    static ServicesProvider &shared();
+
+    QCoro::Task<> processReadAloud(QString text);
+    QCoro::Task<> processReadSummary(QString text);
+    QCoro::Task<> processCreatePodcast(QString text);
+
+    // The desktop entry points (D-Bus Services, command line): start a flow for the text, or return the
+    // error text "No text selected" when there is none.
+    [[nodiscard]] QString readAloud(const QString &text);
+    [[nodiscard]] QString readSummary(const QString &text);
+
+    void showError(const QString &message);
+
+Q_SIGNALS:
+    // A flow ended; `error` is empty on success. For observers such as the tests and the benchmarks.
+    void flowFinished(const QString &flow, const QString &error);
+
+private:
+    void beginFlow(const QString &text, const QString &message);
+    void failFlow(const QString &flow, const QString &message);
+    void finishAndPlay(const QString &flow, const QString &file);
+
+    AppState &m_state;
+    OpenAIClient &m_client;
+    TTSCacheService &m_cache;
+    PlayFunction m_play;
+    UserNotifier &m_notifier;
+};
+
+} // namespace parlino
