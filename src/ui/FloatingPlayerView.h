@@ -1,0 +1,77 @@
+#pragma once
+
+#include <QFrame>
+#include <QString>
+
+class QLabel;
+class QProgressBar;
+class QToolButton;
+
+namespace parlino {
+
+class AppState;
+class AudioPlayerManager;
+class FloatingPlayerResizeGrip;
+class FloatingPlayerWindowController;
+class SnapSlider;
+
+// The content of the floating player: what is playing, its progress with times, skip back 15 s,
+// play/pause, skip forward 30 s, a speed slider that rests on the playback speeds, and a close
+// button; while a request is being prepared, its progress line. Dragging the background moves the
+// window, the corner handle resizes it. Observes AppState and forwards actions to the player.
+class FloatingPlayerView final : public QFrame {
+    Q_OBJECT
+public:
+    static constexpr double kSkipBackSeconds = 15;
+    static constexpr double kSkipForwardSeconds = 30;
+
+    FloatingPlayerView(AppState &appState, AudioPlayerManager &player, FloatingPlayerWindowController &controller,
+                       QWidget *parent = nullptr);
+
+    // Whole seconds as minutes:seconds ("0:07", "12:30"); negative or unknown times read "0:00".
+    [[nodiscard]] static QString formatTime(double seconds);
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+
+private:
+    void buildLayout();
+    void connectState();
+    void updateTitle();
+    void updatePlayButton();
+    void updateProgress();
+    void updateSpeed();
+    void updateProcessing();
+    void handleCloseButton();
+
+    AppState &m_appState;
+    AudioPlayerManager &m_player;
+    FloatingPlayerWindowController &m_controller;
+
+    QLabel *m_title = nullptr;
+    QLabel *m_status = nullptr;
+    QToolButton *m_closeButton = nullptr;
+    QLabel *m_processingLabel = nullptr;
+    QProgressBar *m_processingBar = nullptr;
+    QProgressBar *m_progress = nullptr;
+    QLabel *m_elapsed = nullptr;
+    QLabel *m_total = nullptr;
+    QToolButton *m_skipBackButton = nullptr;
+    QToolButton *m_playPauseButton = nullptr;
+    QToolButton *m_skipForwardButton = nullptr;
+    QLabel *m_speedValue = nullptr;
+    SnapSlider *m_speedSlider = nullptr;
+    FloatingPlayerResizeGrip *m_resizeGrip = nullptr;
+
+    QPoint m_dragLastGlobal;
+    bool m_dragging = false;
+};
+
+// Puts the floating player view into the shared window controller. Called once at start-up, after
+// the controller exists.
+void installFloatingPlayerView();
+
+} // namespace parlino
