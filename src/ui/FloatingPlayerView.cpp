@@ -138,7 +138,12 @@ void FloatingPlayerView::buildLayout()
     root->addWidget(m_processingLabel);
     root->addWidget(m_processingBar);
 
-    root->addStretch(1);
+    // Artwork in the room left over; it gives way when the window is small.
+    m_artwork = new QLabel(this);
+    m_artwork->setObjectName(QStringLiteral("artwork"));
+    m_artwork->setAlignment(Qt::AlignCenter);
+    m_artwork->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Ignored);
+    root->addWidget(m_artwork, 1);
 
     // Progress with elapsed and total time.
     m_progress = new QProgressBar(this);
@@ -237,6 +242,17 @@ void FloatingPlayerView::updateTitle()
     m_title->setText(m_title->fontMetrics().elidedText(title, Qt::ElideRight, std::max(40, m_title->width())));
 }
 
+void FloatingPlayerView::updateArtwork()
+{
+    const int side = std::min({96, m_artwork->height() - 8, m_artwork->width() - 8});
+    if (side < 40) {
+        m_artwork->clear();
+        return;
+    }
+    const QIcon icon = themedIcon(this, QStringLiteral("audio-x-generic"), QStyle::SP_MediaVolume);
+    m_artwork->setPixmap(icon.pixmap(QSize(side, side), devicePixelRatio()));
+}
+
 void FloatingPlayerView::updatePlayButton()
 {
     const bool playing = m_appState.isPlaying();
@@ -329,6 +345,7 @@ void FloatingPlayerView::resizeEvent(QResizeEvent *event)
     m_resizeGrip->move(width() - m_resizeGrip->width() - 2, height() - m_resizeGrip->height() - 2);
     m_resizeGrip->raise();
     updateTitle();
+    updateArtwork();
 }
 
 void installFloatingPlayerView()

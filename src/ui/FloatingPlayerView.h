@@ -41,6 +41,7 @@ private:
     void buildLayout();
     void connectState();
     void updateTitle();
+    void updateArtwork();
     void updatePlayButton();
     void updateProgress();
     void updateSpeed();
@@ -56,6 +57,7 @@ private:
     QToolButton *m_closeButton = nullptr;
     QLabel *m_processingLabel = nullptr;
     QProgressBar *m_processingBar = nullptr;
+    QLabel *m_artwork = nullptr;
     QProgressBar *m_progress = nullptr;
     QLabel *m_elapsed = nullptr;
     QLabel *m_total = nullptr;
