@@ -1,0 +1,195 @@
+#include "AppProcess.h"
+#include "OpenAITestServer.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTest>
+
+using namespace parlino::test;
+using parlino::test::OpenAITestServer;
+
+namespace {
+
+QString run(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(10000);
+    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+}
+
+void pressKeys(const QString &combination)
+{
+    QProcess::execute(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), combination});
+}
+
+QStringList spokenInputs(const OpenAITestServer &server)
+{
+    QStringList inputs;
+    for (const auto &request : server.requests(QStringLiteral("/audio/speech")))
+        inputs << request.json.value(u"input").toString();
+    return inputs;
+}
+
+bool floatingPlayerVisible()
+{
+    return !run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                                            QStringLiteral("^Parlino Player$")})
+                .isEmpty();
+}
+
+// The small application the user selects text in.
+class SelectionApp final {
+public:
+    SelectionApp(const QString &mode, const QString &text)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        if (mode == u"accessible")
+            environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
+        m_process.setProcessEnvironment(environment);
+        m_process.start(QStringLiteral(PARLINO_SELECTION_APP), {QStringLiteral("--mode"), mode, QStringLiteral("--text"), text});
+    }
+    ~SelectionApp()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+    bool waitUntilReady()
+    {
+        for (int i = 0; i < 100; ++i) {
+            if (m_process.canReadLine() && m_process.readLine().trimmed() == "ready")
+                return true;
+            m_process.waitForReadyRead(100);
+        }
+        return false;
+    }
+
+private:
+    QProcess m_process;
+};
+
+} // namespace
+
+class TestReadAloud final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QDir().mkpath(QFileInfo(m_env.defaultsFile()).absolutePath());
+        QFile defaults(m_env.defaultsFile());
+        QVERIFY(defaults.open(QIODevice::WriteOnly));
+        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\n");
+        defaults.close();
+        qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
+        qputenv("OPENAI_API_KEY", "sk-test");
+
+        m_app = std::make_unique<AppProcess>();
+        QVERIFY(m_app->start());
+        QVERIFY(m_app->waitForLine(QStringLiteral("✅ Registered custom keyboard shortcuts")));
+        QVERIFY(m_app->waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+    }
+
+    void cleanupTestCase()
+    {
+        m_app.reset();
+    }
+
+    void init()
+    {
+        m_server.clearRequests();
+        m_server.clearFailures();
+    }
+
+    void shortcutReadsTheSelection_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("accessibility") << "accessible" << "The accessible field holds this sentence.";
+        QTest::newRow("primary selection") << "primary" << "Only the primary selection has these words.";
+        QTest::newRow("copy command") << "copy" << "This text arrives through the copy command.";
+    }
+
+    void shortcutReadsTheSelection()
+    {
+        QFETCH(QString, mode);
+        QFETCH(QString, text);
+        SelectionApp selection(mode, text);
+        QVERIFY(selection.waitUntilReady());
+        const int playsBefore = plays();
+
+        pressKeys(QStringLiteral("super+shift+r"));
+        QTRY_COMPARE_WITH_TIMEOUT(spokenInputs(m_server), QStringList{text}, 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(plays(), playsBefore + 1, 15000);
+        QVERIFY(m_app->waitForLine(QStringLiteral("✅ Audio cached successfully")));
+        QTRY_VERIFY_WITH_TIMEOUT(floatingPlayerVisible(), 5000);
+
+        // The same selection again plays from the cache, without a request.
+        pressKeys(QStringLiteral("super+shift+r"));
+        QTRY_COMPARE_WITH_TIMEOUT(plays(), playsBefore + 2, 15000);
+        QCOMPARE(spokenInputs(m_server).size(), 1);
+    }
+
+    void summaryAndPodcastShortcuts()
+    {
+        const QString text = QStringLiteral("A long article about rivers, their deltas and the towns along them.");
+        SelectionApp selection(QStringLiteral("primary"), text);
+        QVERIFY(selection.waitUntilReady());
+
+        m_server.setChatContent(QStringLiteral("Rivers shape towns."));
+        int before = plays();
+        pressKeys(QStringLiteral("super+shift+h"));
+        QTRY_COMPARE_WITH_TIMEOUT(plays(), before + 1, 15000);
+        const auto chats = m_server.requests(QStringLiteral("/chat/completions"));
+        QCOMPARE(chats.size(), 1);
+        QVERIFY(chats.first().body.contains(text.toUtf8()));
+        QCOMPARE(spokenInputs(m_server), QStringList{QStringLiteral("Rivers shape towns.")});
+
+        m_server.clearRequests();
+        m_server.setChatContent(QStringLiteral("Welcome to the river show."));
+        before = plays();
+        pressKeys(QStringLiteral("super+shift+g"));
+        QTRY_COMPARE_WITH_TIMEOUT(plays(), before + 1, 15000);
+        // The script, then the title.
+        QCOMPARE(m_server.requests(QStringLiteral("/chat/completions")).size(), 2);
+        QCOMPARE(spokenInputs(m_server), QStringList{QStringLiteral("Welcome to the river show.")});
+    }
+
+    void serverErrorHidesThePlayer()
+    {
+        m_server.setSpeechFailure(OpenAITestServer::Failure::error(500, R"({"error":{"message":"boom"}})"));
+        SelectionApp selection(QStringLiteral("primary"), QStringLiteral("This request is going to fail on the server."));
+        QVERIFY(selection.waitUntilReady());
+        pressKeys(QStringLiteral("super+shift+r"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            std::any_of(m_app->lines().cbegin(), m_app->lines().cend(),
+                        [](const QString &line) { return line.startsWith(QStringLiteral("❌ Failed to generate audio: ")); }),
+            15000);
+        QTRY_VERIFY_WITH_TIMEOUT(!floatingPlayerVisible(), 5000);
+    }
+
+    void commandLineReadsThroughTheRunningApp()
+    {
+        const int before = plays();
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("--read-aloud"), QStringLiteral("Some text from a script.")}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(spokenInputs(m_server), QStringList{QStringLiteral("Some text from a script.")}, 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(plays(), before + 1, 15000);
+
+        QString output;
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("--read-aloud"), QString()}, &output), 1);
+        QVERIFY(output.contains(QStringLiteral("No text selected")));
+        QCOMPARE(spokenInputs(m_server).size(), 1);
+    }
+
+private:
+    int plays() { return static_cast<int>(m_app->lines().count(QStringLiteral("🎵 AudioPlayerManager.play() called"))); }
+
+    TestEnvironment m_env;
+    OpenAITestServer m_server;
+    std::unique_ptr<AppProcess> m_app;
+};
+
+QTEST_MAIN(TestReadAloud)
+#include "tst_ReadAloud.moc"
