@@ -46,10 +46,12 @@ void sendToRoot(xcb_connection_t *connection, xcb_window_t root, xcb_window_t wi
 
 void placeOnAllDesktops(QWidget *window)
 {
-    auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    if (!x11 || !window)
+    if (!window || QGuiApplication::platformName() != QLatin1String("xcb"))
         return;
-    xcb_connection_t *connection = x11->connection();
+    auto *x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+    xcb_connection_t *connection = x11 ? x11->connection() : nullptr;
+    if (!connection)
+        return;
     const auto id = static_cast<xcb_window_t>(window->winId());
     const xcb_atom_t desktop = internAtom(connection, "_NET_WM_DESKTOP");
     const xcb_atom_t state = internAtom(connection, "_NET_WM_STATE");
