@@ -60,6 +60,7 @@ void AppShortcutActions::togglePlayPause()
 void AppShortcutActions::stopReading()
 {
     m_player.stop(false);
+    PLOG(lcApp) << "⏹️ Playback stopped";
 }
 
 void AppShortcutActions::stepSpeed(int steps)

@@ -6,6 +6,7 @@
 #include "input/HotKeyID.h"
 #include "input/KeyboardShortcutManager.h"
 #include "playback/AudioPlayerManager.h"
+#include "playback/FloatingPlayerWindowController.h"
 #include "platform/linux/DBusServicesEndpoint.h"
 #include "platform/linux/DesktopNotifier.h"
 #include "platform/linux/LinuxInputPlatform.h"
@@ -15,6 +16,7 @@
 #include "core/Defaults.h"
 #include "core/Logging.h"
 #include "platform/linux/DBusApplicationService.h"
+#include "ui/FloatingPlayerView.h"
 #include "ui/MenuPopoverView.h"
 #include "ui/OnboardingWindow.h"
 #include "ui/SettingsWindow.h"
@@ -90,6 +92,11 @@ int ParlinoApp::run(const LaunchRequest &request)
         KeyboardShortcutManager &shortcuts = KeyboardShortcutManager::shared();
         shortcuts.setActions(&AppShortcutActions::shared());
         return &shortcuts;
+    };
+    components.floatingPlayer = [] {
+        FloatingPlayerWindowController &controller = FloatingPlayerWindowController::shared();
+        installFloatingPlayerView();
+        return &controller;
     };
     components.stopPlayback = [] { AudioPlayerManager::shared().stop(false); };
     components.statusBar = [this] {

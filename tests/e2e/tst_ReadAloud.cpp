@@ -159,6 +159,9 @@ private Q_SLOTS:
 
     void serverErrorHidesThePlayer()
     {
+        // While earlier audio still plays the player rightly stays; this is about a request on its own.
+        pressKeys(QStringLiteral("super+shift+s"));
+        QVERIFY(m_app->waitForLine(QStringLiteral("⏹️ Playback stopped")));
         m_server.setSpeechFailure(OpenAITestServer::Failure::error(500, R"({"error":{"message":"boom"}})"));
         SelectionApp selection(QStringLiteral("primary"), QStringLiteral("This request is going to fail on the server."));
         QVERIFY(selection.waitUntilReady());
