@@ -2,7 +2,7 @@
 add_library(parlino_warnings INTERFACE)
 target_compile_options(parlino_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
-    -Woverloaded-virtual -Wnull-dereference -Wimplicit-fallthrough
+    -Woverloaded-virtual -Wimplicit-fallthrough
     $<$<BOOL:${PARLINO_WERROR}>:-Werror>)
 target_compile_definitions(parlino_warnings INTERFACE
     QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING QT_USE_QSTRINGBUILDER

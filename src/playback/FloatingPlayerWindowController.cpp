@@ -64,6 +64,9 @@ void FloatingPlayerWindowController::setupWindow()
     auto *window = new QWidget(nullptr, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint);
     window->setObjectName(QStringLiteral("FloatingPlayerWindow"));
     window->setWindowTitle(QStringLiteral("Parlino Player"));
+    // Appearing must not take the keyboard from the application the user reads from: the next shortcut
+    // reads that application's selection. A click on the player gives it the keys (Space, Escape).
+    window->setAttribute(Qt::WA_ShowWithoutActivating);
     window->setMinimumSize(kMinWidth, kMinHeight);
     window->setMaximumSize(kMaxWidth, kMaxHeight);
     auto *layout = new QVBoxLayout(window);
@@ -187,7 +190,6 @@ void FloatingPlayerWindowController::show()
     m_window->setWindowOpacity(1.0);
     m_window->show();
     m_window->raise();
-    m_window->activateWindow();
     X11WindowHints::placeOnAllDesktops(m_window);
     PLOG(lcPlayback) << "✅ SHOW: Completed show() method";
 }
