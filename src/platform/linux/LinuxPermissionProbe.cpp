@@ -1,38 +1,19 @@
 #include "platform/linux/LinuxPermissionProbe.h"
 
 #include "core/Logging.h"
+#include "platform/linux/AccessibilityStatus.h"
 
-#include <QDBusConnection>
-#include <QDBusInterface>
-#include <QDBusReply>
-#include <QDBusVariant>
-#include <QDir>
 #include <QAudioDevice>
+#include <QDir>
 #include <QMediaDevices>
 #include <QProcess>
 #include <QStandardPaths>
 
 namespace parlino {
 
-namespace {
-
-const QString kA11yService = QStringLiteral("org.a11y.Bus");
-const QString kA11yPath = QStringLiteral("/org/a11y/bus");
-const QString kA11yStatus = QStringLiteral("org.a11y.Status");
-const QString kProperties = QStringLiteral("org.freedesktop.DBus.Properties");
-
-} // namespace
-
 bool LinuxPermissionProbe::isAccessibilityEnabled()
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (!bus.isConnected())
-        return false;
-    QDBusInterface properties(kA11yService, kA11yPath, kProperties, bus);
-    properties.setTimeout(1000);
-    const QDBusReply<QDBusVariant> reply =
-        properties.call(QStringLiteral("Get"), kA11yStatus, QStringLiteral("IsEnabled"));
-    return reply.isValid() && reply.value().variant().toBool();
+    return AccessibilityStatus::isEnabled();
 }
 
 bool LinuxPermissionProbe::isMicrophoneAvailable()
@@ -57,9 +38,7 @@ void LinuxPermissionProbe::promptForAccessibility()
 {
     // Switching the bus on is what the desktop's "assistive technologies" toggle does; applications
     // started afterwards publish their text.
-    QDBusInterface properties(kA11yService, kA11yPath, kProperties, QDBusConnection::sessionBus());
-    properties.call(QStringLiteral("Set"), kA11yStatus, QStringLiteral("IsEnabled"),
-                    QVariant::fromValue(QDBusVariant(true)));
+    AccessibilityStatus::setEnabled(true);
 }
 
 bool LinuxPermissionProbe::openAccessibilitySettings()
