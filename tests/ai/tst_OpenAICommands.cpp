@@ -219,10 +219,9 @@ private Q_SLOTS:
             return synthesize ? runSynthesizeCommand(arguments) : runSummarizeCommand(arguments);
         });
         QCOMPARE(run.exitCode, 2);
-        QVERIFY2(run.err.startsWith(QStringLiteral("parlino ") + (synthesize ? QStringLiteral("synthesize: ")
-                                                                              : QStringLiteral("summarize: "))
-                                    + problem + u'\n'),
-                 qPrintable(run.err));
+        QString expected = synthesize ? QStringLiteral("parlino synthesize: ") : QStringLiteral("parlino summarize: ");
+        expected.append(problem).append(u'\n');
+        QVERIFY2(run.err.startsWith(expected), qPrintable(run.err));
         QVERIFY(run.err.contains(QStringLiteral("Usage: parlino ")));
         QVERIFY(m_server.requests().isEmpty());
     }
