@@ -82,4 +82,12 @@ int AppProcess::runToEnd(const QStringList &arguments, QString *output, std::chr
     return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
+QString runTool(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(10000);
+    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+}
+
 } // namespace parlino::test

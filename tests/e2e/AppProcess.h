@@ -33,4 +33,7 @@ private:
     QByteArray m_partial;
 };
 
+// Runs a desktop tool (xdotool, import, ...) and returns its standard output, trimmed.
+QString runTool(const QString &program, const QStringList &arguments);
+
 } // namespace parlino::test

@@ -14,25 +14,17 @@ using namespace std::chrono_literals;
 
 namespace {
 
-QString run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(10000);
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-}
-
 // The tray host's window on screen (it also owns a small hidden window; the largest one is the tray).
 QRect trayGeometry()
 {
     QRect largest;
-    const QStringList ids = run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--class"),
+    const QStringList ids = runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--class"),
                                                             QStringLiteral("trayer")})
                                 .split(u'\n', Qt::SkipEmptyParts);
     for (const QString &id : ids) {
         QRect rect;
         const QString geometry =
-            run(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), id});
+            runTool(QStringLiteral("xdotool"), {QStringLiteral("getwindowgeometry"), QStringLiteral("--shell"), id});
         for (const QString &line : geometry.split(u'\n')) {
             const int value = line.section(u'=', 1).toInt();
             if (line.startsWith(u"X="))
@@ -117,7 +109,7 @@ private Q_SLOTS:
             at = static_cast<int>(lines.indexOf(line, at));
             QVERIFY2(at >= 0, qPrintable(QStringLiteral("missing or out of order: ") + line + u'\n' + lines.join(u'\n')));
         }
-        QTRY_VERIFY_WITH_TIMEOUT(!run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"),
+        QTRY_VERIFY_WITH_TIMEOUT(!runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"),
                                                                    QStringLiteral("Welcome to Parlino")})
                                       .isEmpty(),
                                  10000);
@@ -152,7 +144,7 @@ private Q_SLOTS:
         // The icon is embedded by the tray host a moment after start-up.
         QTRY_VERIFY_WITH_TIMEOUT(iconPixels(screenshot(env.root() + QStringLiteral("/after.png")), tray) > before + 40, 10000);
         // No onboarding window in tray-only mode.
-        QVERIFY(run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("Welcome to Parlino")})
+        QVERIFY(runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("Welcome to Parlino")})
                     .isEmpty());
     }
 

@@ -12,14 +12,6 @@ using parlino::test::OpenAITestServer;
 
 namespace {
 
-QString run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    process.waitForFinished(10000);
-    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-}
-
 void pressKeys(const QString &combination)
 {
     QProcess::execute(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), combination});
@@ -35,7 +27,7 @@ QStringList spokenInputs(const OpenAITestServer &server)
 
 bool floatingPlayerVisible()
 {
-    return !run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+    return !runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
                                             QStringLiteral("^Parlino Player$")})
                 .isEmpty();
 }
