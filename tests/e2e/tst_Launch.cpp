@@ -171,6 +171,32 @@ private Q_SLOTS:
         QCOMPARE(app.lines().count(QStringLiteral("🔧 Checking build configuration...")), 1);
     }
 
+    void playHandsAFileToTheRunningApp()
+    {
+        TestEnvironment env;
+        writeDefaults(env, QStringLiteral("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\n"));
+        const QString mp3 = env.root() + QStringLiteral("/Morning news.mp3");
+        QVERIFY(makeSpeechMp3(QStringLiteral("Good morning, here is the news."), mp3));
+
+        // With no app running, play starts one.
+        AppProcess app({QStringLiteral("play"), mp3});
+        QVERIFY(app.start());
+        QVERIFY(app.waitForLine(QStringLiteral("▶️ Playing ") + mp3));
+        QVERIFY(app.waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
+        QTRY_VERIFY_WITH_TIMEOUT(!runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                                      QStringLiteral("--name"), QStringLiteral("^Parlino Player$")})
+                                      .isEmpty(),
+                                 5000);
+
+        // A second play goes to the running app; a missing file is reported, not played.
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("play"), mp3}), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(app.lines().count(QStringLiteral("🎵 AudioPlayerManager.play() called")), 2, 10000);
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("play"), env.root() + QStringLiteral("/missing.mp3")}), 0);
+        QVERIFY(app.waitForLine(QStringLiteral("❌ Cannot play “") + env.root()
+                                + QStringLiteral("/missing.mp3”: the file does not exist or cannot be read.")));
+        QCOMPARE(app.lines().count(QStringLiteral("🎵 AudioPlayerManager.play() called")), 2);
+    }
+
     void urlStartsTheAppWhenNoneRuns()
     {
         TestEnvironment env;
