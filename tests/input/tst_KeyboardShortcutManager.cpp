@@ -8,6 +8,7 @@
 #include "input/KeyboardShortcutManager.h"
 #include "input/KeyboardShortcutPreferences.h"
 
+#include <optional>
 #include <QTest>
 
 using namespace parlino;
@@ -45,6 +46,7 @@ class KeyboardShortcutManagerTest final : public QObject {
     Q_OBJECT
 
     TestEnvironment m_environment;
+    std::optional<parlino::test::QuietLog> m_quiet;
     std::unique_ptr<Defaults> m_defaults;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<KeyboardShortcutPreferences> m_preferences;
@@ -64,8 +66,11 @@ class KeyboardShortcutManagerTest final : public QObject {
     }
 
 private Q_SLOTS:
+    void cleanup() { m_quiet.reset(); }
+
     void init()
     {
+        m_quiet.emplace();
         QFile::remove(m_environment.defaultsFile());
         m_defaults = std::make_unique<Defaults>(m_environment.defaultsFile());
         m_defaults->set(QStringLiteral("onboardingCompleted"), true);

@@ -9,6 +9,7 @@
 #include "platform/linux/LinuxInputPlatform.h"
 #include "platform/linux/X11HotKeyBackend.h"
 
+#include <optional>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QTest>
@@ -25,6 +26,7 @@ class KeyboardShortcutManagerDesktopTest final : public QObject {
     Q_OBJECT
 
     TestEnvironment m_environment;
+    std::optional<parlino::test::QuietLog> m_quiet;
     std::unique_ptr<Defaults> m_defaults;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<KeyboardShortcutPreferences> m_preferences;
@@ -66,9 +68,12 @@ private Q_SLOTS:
 
     void init()
     {
+        m_quiet.emplace();
         m_defaults->remove(KeyboardShortcutPreferences::userDefaultsKey);
         m_actions.calls.clear();
     }
+
+    void cleanup() { m_quiet.reset(); }
 
     void readAloudShortcutReadsTheSelection()
     {

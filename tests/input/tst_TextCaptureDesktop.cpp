@@ -5,6 +5,7 @@
 #include "input/TextCaptureService.h"
 #include "platform/linux/LinuxInputPlatform.h"
 
+#include <optional>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QProcess>
@@ -20,6 +21,7 @@ class TextCaptureDesktopTest final : public QObject {
     Q_OBJECT
 
     TestEnvironment m_environment;
+    std::optional<parlino::test::QuietLog> m_quiet;
     std::unique_ptr<Defaults> m_defaults;
     std::unique_ptr<LinuxInputPlatform> m_platform;
     std::unique_ptr<TextCaptureService> m_service;
@@ -44,10 +46,13 @@ private Q_SLOTS:
 
     void init()
     {
+        m_quiet.emplace();
         m_defaults->set(QStringLiteral("onboardingCompleted"), true);
         // A clipboard owned by this process, so each case starts from known content.
         QGuiApplication::clipboard()->setText(QStringLiteral("earlier clipboard"));
     }
+
+    void cleanup() { m_quiet.reset(); }
 
     void accessibleFieldGivesItsSelection()
     {

@@ -9,6 +9,7 @@
 #include "playback/MpvAudioEngine.h"
 #include "usage/UsageTracker.h"
 
+#include <optional>
 #include <QApplication>
 #include <QKeyEvent>
 #include <QScreen>
@@ -56,6 +57,7 @@ private:
     [[nodiscard]] QRect area() const { return QGuiApplication::primaryScreen()->availableGeometry(); }
 
     test::TestEnvironment m_env;
+    std::optional<test::QuietLog> m_quiet;
     QTemporaryDir m_dir;
     QString m_speech;
     std::unique_ptr<Defaults> m_defaults;
@@ -79,6 +81,7 @@ void FloatingPlayerWindowControllerTest::initTestCase()
 
 void FloatingPlayerWindowControllerTest::init()
 {
+    m_quiet.emplace();
     m_defaults = std::make_unique<Defaults>(m_env.configHome() + QStringLiteral("/c%1.conf").arg(++m_counter));
     m_appState = std::make_unique<AppState>(*m_defaults);
     m_tracker = std::make_unique<UsageTracker>(*m_defaults);
@@ -94,6 +97,7 @@ void FloatingPlayerWindowControllerTest::cleanup()
     m_tracker.reset();
     m_appState.reset();
     m_defaults.reset();
+    m_quiet.reset();
 }
 
 void FloatingPlayerWindowControllerTest::makeController(QSizeF size)

@@ -9,6 +9,7 @@
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
 
+#include <optional>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -79,6 +80,7 @@ public:
 
 private:
     TestEnvironment m_env;
+    std::optional<parlino::test::QuietLog> m_quiet;
     Defaults m_defaults{m_env.defaultsFile()};
     AppState m_state{m_defaults};
     OpenAITestServer m_server;
@@ -105,8 +107,11 @@ private:
     int cachedEntries() { return static_cast<int>(awaitTask(m_cache->entries()).value->size()); }
 
 private Q_SLOTS:
+    void cleanup() { m_quiet.reset(); }
+
     void init()
     {
+        m_quiet.emplace();
         m_client.reset();
         m_cache.reset();
         QDir(cacheFolder()).removeRecursively();

@@ -6,8 +6,11 @@
 
 namespace parlino::test {
 
-// Records every message the process logs while it is alive (and still passes them on), so a test can
-// check the app's console lines and their order.
+// Records every message the process logs while it is alive, so a test can check the app's console
+// lines and their order. Warnings are passed on at once; the app's ordinary chatter (debug and info
+// lines, stack traces included) is held back and printed only when the test function fails, so a
+// failure's report stays short enough to read and still shows what led up to it. Set
+// PARLINO_TEST_VERBOSE=1 to see every line as it is logged.
 class LogCapture final {
 public:
     LogCapture();
@@ -23,6 +26,17 @@ public:
     [[nodiscard]] bool containsInOrder(const QStringList &expected) const;
     [[nodiscard]] int count(const QString &line) const;
     void clear();
+};
+
+// Holds back debug and info lines for as long as it lives (typically one test function, from init()
+// to cleanup()) and prints them only when that function fails. LogCaptures inside it still see every
+// line.
+class QuietLog final {
+public:
+    QuietLog();
+    ~QuietLog();
+    QuietLog(const QuietLog &) = delete;
+    QuietLog &operator=(const QuietLog &) = delete;
 };
 
 } // namespace parlino::test
