@@ -14,6 +14,8 @@ const QString kDefaultVoiceKey = QStringLiteral("defaultVoice");
 const QString kDefaultSpeedKey = QStringLiteral("defaultSpeed");
 const QString kDownloadLocationKey = QStringLiteral("downloadLocationBookmark");
 const QString kUserEmailKey = QStringLiteral("userEmail");
+// Not a setting anyone edits: the player's last size, so it opens as the user left it.
+const QString kFloatingPlayerSizeKey = QStringLiteral("floatingPlayerSize");
 } // namespace
 
 AppState::AppState(Defaults &defaults, QObject *parent)
@@ -24,9 +26,19 @@ AppState::AppState(Defaults &defaults, QObject *parent)
     loadDefaultPlaybackSpeed();
     loadDefaultVoice();
     loadAccountState();
+    loadFloatingPlayerSize();
 }
 
 AppState::~AppState() = default;
+
+void AppState::loadFloatingPlayerSize()
+{
+    const QSizeF stored = m_defaults.value(kFloatingPlayerSizeKey).toSizeF();
+    // The window's own limits; anything else (a hand-edited or corrupt value) keeps the default size.
+    if (stored.width() < 200 || stored.width() > 500 || stored.height() < 180 || stored.height() > 600)
+        return;
+    m_floatingPlayerSize = stored;
+}
 
 AppState &AppState::shared()
 {
@@ -266,6 +278,7 @@ void AppState::setFloatingPlayerSize(const QSizeF &value)
     if (m_floatingPlayerSize == value)
         return;
     m_floatingPlayerSize = value;
+    m_defaults.set(kFloatingPlayerSizeKey, value);
     Q_EMIT floatingPlayerSizeChanged();
 }
 

@@ -151,6 +151,8 @@ public:
 
     void loadDefaultPlaybackSpeed();
     void loadDefaultVoice();
+    // The floating player's size as last left, within the window's limits.
+    void loadFloatingPlayerSize();
 
 Q_SIGNALS:
     void isPlayingChanged();

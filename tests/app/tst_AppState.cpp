@@ -152,6 +152,18 @@ private Q_SLOTS:
         QCOMPARE(withGarbage.downloadLocation(), std::optional<QString>(QDir::homePath() + QStringLiteral("/Downloads")));
     }
 
+    void floatingPlayerSizeOutlivesARelaunch()
+    {
+        AppState(*m_defaults).setFloatingPlayerSize(QSizeF(320, 410));
+        QCOMPARE(AppState(*m_defaults).floatingPlayerSize(), QSizeF(320, 410));
+
+        // A size the window could never take, or no size at all, opens at the default.
+        m_defaults->set(QStringLiteral("floatingPlayerSize"), QSizeF(5000, 10));
+        QCOMPARE(AppState(*m_defaults).floatingPlayerSize(), QSizeF(280, 380));
+        m_defaults->set(QStringLiteral("floatingPlayerSize"), QStringLiteral("huge"));
+        QCOMPARE(AppState(*m_defaults).floatingPlayerSize(), QSizeF(280, 380));
+    }
+
     void everyFieldNotifies()
     {
         // Views redraw from change signals: a property without one would silently go stale.
