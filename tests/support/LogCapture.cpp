@@ -56,7 +56,9 @@ void captureHandler(QtMsgType type, const QMessageLogContext &context, const QSt
     QtMessageHandler next = nullptr;
     {
         QMutexLocker lock(&g_mutex);
-        g_lines.append(message);
+        // Only the app's own lines: what Qt or a library says depends on the desktop and its timing.
+        if (context.category && qstrncmp(context.category, "parlino", 7) == 0)
+            g_lines.append(message);
         // Under a QuietLog the next handler holds the line back itself.
         if (!g_quiet && hold(type, context, message))
             return;

@@ -6,10 +6,10 @@
 
 namespace parlino::test {
 
-// Records every message the process logs while it is alive, so a test can check the app's console
-// lines and their order. Warnings are passed on at once; the app's ordinary chatter (debug and info
-// lines, stack traces included) is held back and printed only when the test function fails, so a
-// failure's report stays short enough to read and still shows what led up to it. Set
+// Records the app's own messages (its parlino.* categories) while it is alive, so a test can check
+// the app's console lines and their order. Warnings are passed on at once; the ordinary chatter
+// (debug and info lines, stack traces included) is held back and printed only when the test function
+// fails, so a failure's report stays short enough to read and still shows what led up to it. Set
 // PARLINO_TEST_VERBOSE=1 to see every line as it is logged.
 class LogCapture final {
 public:

@@ -9,6 +9,8 @@
 //               class is "xterm" and Ctrl+C prints "interrupted" instead)
 //   none        offers nothing and ignores the copy command
 // Every copy command it serves prints "copied".
+#include "platform/linux/X11ActiveWindow.h"
+
 #include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
@@ -72,6 +74,8 @@ private:
 
 } // namespace
 
+using parlino::X11ActiveWindow;
+
 int main(int argc, char *argv[])
 {
     QString mode;
@@ -131,10 +135,15 @@ int main(int argc, char *argv[])
 
     // Ready once the window has the focus, the selection is in place and, for the accessible field,
     // the accessibility bridge is up.
+    X11ActiveWindow activeWindow;
     auto *poll = new QTimer(&app);
     poll->setInterval(20);
     QObject::connect(poll, &QTimer::timeout, &app, [&, poll] {
         if (!window.isActiveWindow() || QApplication::focusWidget() != focusTarget)
+            return;
+        // The window manager says so too: the capture asks it which window is in front (a terminal is
+        // sent another copy chord), and it can lag behind the focus this process was given.
+        if (activeWindow.activeWindowProcessId() != QCoreApplication::applicationPid())
             return;
         if (field && !QAccessible::isActive())
             return;
