@@ -17,7 +17,7 @@ std::optional<ChatCompletionResponse> ChatCompletionResponse::decode(const QByte
         return std::nullopt;
 
     ChatCompletionResponse response;
-    for (const QJsonValue &choice : choices.toArray()) {
+    for (const QJsonValueConstRef choice : choices.toArray()) {
         const QJsonValue content = choice.toObject().value(u"message").toObject().value(u"content");
         if (!content.isString())
             return std::nullopt;

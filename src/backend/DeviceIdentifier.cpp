@@ -11,7 +11,7 @@ QString readOrCreateDeviceID(Defaults &defaults)
     static const QString key = QStringLiteral("deviceID");
     if (std::optional<QString> stored = defaults.stringForKey(key))
         return *stored;
-    const QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
     defaults.set(key, created);
     return created;
 }

@@ -74,12 +74,12 @@ std::optional<QString> TextCaptureService::captureSelectedText()
 
     if (m_platform.accessibility->isProcessTrusted()) {
         PLOG(lcInput) << "✅ Accessibility permission granted";
-        if (const std::optional<QString> text = captureViaAccessibility(); hasText(text)) {
+        if (std::optional<QString> text = captureViaAccessibility(); hasText(text)) {
             PLOG(lcInput) << "✅ Captured text via Accessibility API (" << text->size() << " chars)";
             return text;
         }
         PLOG(lcInput) << "ℹ️ Accessibility API returned no text, trying clipboard fallback";
-        if (const std::optional<QString> text = captureViaClipboard()) {
+        if (std::optional<QString> text = captureViaClipboard()) {
             PLOG(lcInput) << "✅ Captured text via clipboard (" << text->size() << " chars)";
             return text;
         }
@@ -89,7 +89,7 @@ std::optional<QString> TextCaptureService::captureSelectedText()
 
     PLOG(lcInput) << "⚠️ No accessibility permission - clipboard method requires it too";
     PLOG(lcInput) << "⚠️ Ctrl+C keyboard simulation needs accessibility permission";
-    if (const std::optional<QString> text = captureViaClipboard()) {
+    if (std::optional<QString> text = captureViaClipboard()) {
         PLOG(lcInput) << "✅ Captured text via clipboard (" << text->size() << " chars)";
         return text;
     }
@@ -164,7 +164,7 @@ std::optional<QString> TextCaptureService::captureViaCopyCommand()
     clipboard.waitForChange(oldCount, copyServeTime);
 
     const quint64 newCount = clipboard.changeCount();
-    const std::optional<QString> newContent = clipboard.clipboardText();
+    std::optional<QString> newContent = clipboard.clipboardText();
     PLOG(lcInput) << "📋 Clipboard after Ctrl+C - changeCount: " << newCount;
     PLOG(lcInput) << "📋 New content preview: " << preview(newContent);
     PLOG(lcInput) << "📋 Change count delta: " << qint64(newCount - oldCount);

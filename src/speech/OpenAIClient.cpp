@@ -33,7 +33,7 @@ const QString speechModel = QStringLiteral("tts-1");
 // A new file in the temporary folder named by a fresh UUID, holding data.
 QString writeTemporaryMp3(const QByteArray &data)
 {
-    const QString path = Paths::temporary() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()
+    QString path = Paths::temporary() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()
                          + QStringLiteral(".mp3");
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit())

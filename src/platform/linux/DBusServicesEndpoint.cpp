@@ -38,7 +38,7 @@ void DBusServicesEndpoint::dispatch(const QString &method, const QString &text)
         sendErrorReply(errorName, error);
 }
 
-bool DBusServicesEndpoint::call(const QString &method, const QString &text, QString *error, QDBusConnection bus)
+bool DBusServicesEndpoint::call(const QString &method, const QString &text, QString *error, const QDBusConnection &bus)
 {
     QDBusMessage message = QDBusMessage::createMethodCall(DBusApplicationService::serviceName, objectPath,
                                                           interfaceName, method);

@@ -28,7 +28,7 @@ public:
 
     // Calls the running instance; false with `error` set (the service's own text when it answered).
     static bool call(const QString &method, const QString &text, QString *error,
-                     QDBusConnection bus = QDBusConnection::sessionBus());
+                     const QDBusConnection &bus = QDBusConnection::sessionBus());
 
 public Q_SLOTS:
     Q_SCRIPTABLE void ReadAloud(const QString &text);

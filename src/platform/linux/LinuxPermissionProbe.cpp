@@ -44,7 +44,7 @@ void LinuxPermissionProbe::promptForAccessibility()
 bool LinuxPermissionProbe::openAccessibilitySettings()
 {
     struct Candidate {
-        const char *program;
+        const char *program = nullptr;
         QStringList arguments;
     };
     const Candidate candidates[] = {
