@@ -34,8 +34,9 @@ AppState::~AppState() = default;
 void AppState::loadFloatingPlayerSize()
 {
     const QSizeF stored = m_defaults.value(kFloatingPlayerSizeKey).toSizeF();
-    // The window's own limits; anything else (a hand-edited or corrupt value) keeps the default size.
-    if (stored.width() < 200 || stored.width() > 500 || stored.height() < 180 || stored.height() > 600)
+    // A hand-edited or corrupt value keeps the default size.
+    if (stored.width() < kFloatingPlayerMinWidth || stored.width() > kFloatingPlayerMaxWidth
+        || stored.height() < kFloatingPlayerMinHeight || stored.height() > kFloatingPlayerMaxHeight)
         return;
     m_floatingPlayerSize = stored;
 }

@@ -61,6 +61,13 @@ class AppState final : public QObject {
     Q_PROPERTY(std::optional<QString> pendingOnboardingAudioURL READ pendingOnboardingAudioURL WRITE setPendingOnboardingAudioURL NOTIFY pendingOnboardingAudioURLChanged)
 
 public:
+    // The floating player's size limits: the window keeps within them, and a stored size outside them
+    // is not used.
+    static constexpr int kFloatingPlayerMinWidth = 200;
+    static constexpr int kFloatingPlayerMaxWidth = 500;
+    static constexpr int kFloatingPlayerMinHeight = 180;
+    static constexpr int kFloatingPlayerMaxHeight = 600;
+
     // Loads the download location, default speed, default voice and account from defaults, in that order.
     explicit AppState(Defaults &defaults, QObject *parent = nullptr);
     ~AppState() override;

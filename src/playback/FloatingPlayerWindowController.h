@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/AppState.h"
+
 #include <QObject>
 #include <QPoint>
 #include <QPointer>
@@ -11,7 +13,6 @@ class QScreen;
 
 namespace parlino {
 
-class AppState;
 class AudioPlayerManager;
 
 // Owns the floating player: a small frameless window that stays above other windows on every virtual
@@ -22,10 +23,10 @@ class AudioPlayerManager;
 class FloatingPlayerWindowController final : public QObject {
     Q_OBJECT
 public:
-    static constexpr int kMinWidth = 200;
-    static constexpr int kMaxWidth = 500;
-    static constexpr int kMinHeight = 180;
-    static constexpr int kMaxHeight = 600;
+    static constexpr int kMinWidth = AppState::kFloatingPlayerMinWidth;
+    static constexpr int kMaxWidth = AppState::kFloatingPlayerMaxWidth;
+    static constexpr int kMinHeight = AppState::kFloatingPlayerMinHeight;
+    static constexpr int kMaxHeight = AppState::kFloatingPlayerMaxHeight;
     // Gap beside the onboarding window, and how far a drag may push the window past the right and top
     // edges of the screen.
     static constexpr int kEdgeGap = 20;

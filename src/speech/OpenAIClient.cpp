@@ -34,7 +34,7 @@ const QString speechModel = QStringLiteral("tts-1");
 QString writeTemporaryMp3(const QByteArray &data)
 {
     QString path = Paths::temporary() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()
-                         + QStringLiteral(".mp3");
+                   + QStringLiteral(".mp3");
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit())
         throw Error(QStringLiteral("Could not write the audio file ") + path + QStringLiteral(": ")
