@@ -1,8 +1,6 @@
-#include "ai/OpenAICommands.h"
-#include "app/CommandLine.h"
-#include "app/ServiceClient.h"
+#include "cli/CommandLine.h"
 #include "core/Logging.h"
-#include "ui/ParlinoApp.h"
+#include "shell/ParlinoApp.h"
 
 #include <QApplication>
 
@@ -42,14 +40,12 @@ int main(int argc, char *argv[])
         // Commands for scripts: no display needed.
         QCoreApplication app(argc, argv);
         describeApplication();
-        if (request.command == u"synthesize")
-            return parlino::runSynthesizeCommand(request.arguments);
-        return parlino::runSummarizeCommand(request.arguments);
+        return parlino::ParlinoApp::runSubcommand(request);
     }
     case parlino::LaunchRequest::Kind::service: {
         QCoreApplication app(argc, argv);
         describeApplication();
-        return parlino::runServiceCommand(request.command, request.arguments);
+        return parlino::ParlinoApp::runServiceRequest(request);
     }
     default:
         break;

@@ -3,12 +3,11 @@
 // after 1 s. Runs the app's own services in-process against the local OpenAI test server and a
 // selection application. Needs the headless desktop:
 //   scripts/desktop-rig build/<preset>/bench/input/bench_ReadAloudLatency [runs]
-#include "app/AppShortcutActions.h"
 #include "app/AppState.h"
 #include "core/Defaults.h"
-#include "input/KeyboardShortcutManager.h"
+#include "core/SettingsKeys.h"
 #include "playback/AudioPlayerManager.h"
-#include "platform/linux/LinuxInputPlatform.h"
+#include "shell/AppServices.h"
 
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
@@ -32,9 +31,9 @@ using namespace std::chrono_literals;
 namespace {
 
 // Presses the read-aloud shortcut and waits for the player's first position update; milliseconds.
-std::optional<double> pressAndWaitForPosition()
+std::optional<double> pressAndWaitForPosition(AppServices &services)
 {
-    AppState &state = AppState::shared();
+    AppState &state = services.appState();
     QEventLoop loop;
     QElapsedTimer clock;
     std::optional<double> elapsed;
@@ -49,7 +48,7 @@ std::optional<double> pressAndWaitForPosition()
     QProcess::startDetached(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("super+shift+r")});
     loop.exec();
     QObject::disconnect(positionSeen);
-    AudioPlayerManager::shared().stop(false);
+    services.player().stop(false);
     QEventLoop settle;
     QTimer::singleShot(300ms, &settle, &QEventLoop::quit);
     settle.exec();
@@ -98,21 +97,21 @@ int main(int argc, char *argv[])
     test::OpenAITestServer server;
     qputenv("OPENAI_BASE_URL", server.baseUrlString().toUtf8());
     qputenv("OPENAI_API_KEY", "sk-bench");
-    Defaults::shared().set(QStringLiteral("onboardingCompleted"), true);
-    Defaults::shared().set(QStringLiteral("hasLaunchedBefore"), true);
-
-    LinuxInputPlatform::install();
-    KeyboardShortcutManager::shared().setActions(&AppShortcutActions::shared());
+    AppServices services;
+    services.defaults().set(SettingsKeys::onboardingCompleted, true);
+    services.defaults().set(SettingsKeys::hasLaunchedBefore, true);
+    // The shortcuts, the capture and the player, wired as the app wires them.
+    services.shortcutManager();
 
     std::vector<double> cached;
     {
         SelectionApp selection(QStringLiteral("A short sentence that the cache already holds."));
-        if (!selection.ready() || !pressAndWaitForPosition()) { // fills the cache
+        if (!selection.ready() || !pressAndWaitForPosition(services)) { // fills the cache
             std::fprintf(stderr, "the first read-aloud did not play; is this running inside scripts/desktop-rig?\n");
             return 1;
         }
         for (int i = 0; i < runs; ++i)
-            if (const auto ms = pressAndWaitForPosition())
+            if (const auto ms = pressAndWaitForPosition(services))
                 cached.push_back(*ms);
     }
 
@@ -126,7 +125,7 @@ int main(int argc, char *argv[])
         text += u'.';
         SelectionApp selection(text);
         if (selection.ready())
-            if (const auto ms = pressAndWaitForPosition())
+            if (const auto ms = pressAndWaitForPosition(services))
                 uncached.push_back(*ms);
     }
 

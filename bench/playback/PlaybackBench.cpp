@@ -3,7 +3,6 @@
 //   bench/playback/PlaybackBench [runs]
 #include "PlaybackFixtures.h"
 
-#include "app/AppState.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "playback/AudioPlayerManager.h"
@@ -75,10 +74,9 @@ int main(int argc, char **argv)
         return 1;
     }
     Defaults defaults(dir.filePath(QStringLiteral("bench.conf")));
-    AppState appState(defaults);
     UsageTracker tracker(defaults);
     MpvAudioEngine engine(QStringLiteral("null"));
-    AudioPlayerManager player(engine, appState, tracker, defaults, Clock::system());
+    AudioPlayerManager player(engine, tracker, defaults, Clock::system());
 
     // play() → first position update that shows the file moving.
     QList<double> startMs;
@@ -88,8 +86,8 @@ int main(int argc, char **argv)
         QElapsedTimer timer;
         const auto ready = QObject::connect(&player, &AudioPlayerManager::itemReady, &loop,
                                             [&] { readyMs << static_cast<double>(timer.nsecsElapsed()) / 1e6; });
-        const auto connection = QObject::connect(&appState, &AppState::currentTimeChanged, &loop, [&] {
-            if (appState.currentTime() > 0)
+        const auto connection = QObject::connect(&player, &AudioPlayerManager::currentTimeChanged, &loop, [&] {
+            if (player.currentTime() > 0)
                 loop.quit();
         });
         QTimer::singleShot(5000, &loop, &QEventLoop::quit);

@@ -2,10 +2,10 @@
 
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
-#include "app/StatusBarController.h"
 #include "backend/BuildConfig.h"
 #include "core/Defaults.h"
 #include "core/Logging.h"
+#include "core/SettingsKeys.h"
 
 #include <QApplication>
 #include <QWidget>
@@ -16,19 +16,14 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QString kOnboardingCompleted = QStringLiteral("onboardingCompleted");
-const QString kHasLaunchedBefore = QStringLiteral("hasLaunchedBefore");
-const QString kHasViewedOnboarding = QStringLiteral("hasViewedOnboarding");
+const QString &kOnboardingCompleted = SettingsKeys::onboardingCompleted;
+const QString &kHasLaunchedBefore = SettingsKeys::hasLaunchedBefore;
 
 // Everything the app itself keeps in the defaults store about a user. "deviceID" (the backend's
 // identifier, spelled differently) is deliberately not here and survives a reset.
-const QStringList kResettableKeys{kOnboardingCompleted, kHasLaunchedBefore, kHasViewedOnboarding,
-                                  QStringLiteral("userEmail"), QStringLiteral("deviceId")};
-
-QString text(bool value)
-{
-    return value ? QStringLiteral("true") : QStringLiteral("false");
-}
+const QStringList kResettableKeys{SettingsKeys::onboardingCompleted, SettingsKeys::hasLaunchedBefore,
+                                  SettingsKeys::hasViewedOnboarding, SettingsKeys::userEmail,
+                                  SettingsKeys::legacyDeviceId};
 
 // The scheme exactly as written: "Parlino://" is not ours, although URL parsers lower-case schemes.
 std::optional<QString> rawScheme(const QString &url)
@@ -84,15 +79,14 @@ void AppDelegate::applicationDidFinishLaunching()
     }
     if (m_components.statusBar) {
         PLOG(lcApp) << "🚀 ParlinoApp: About to initialize StatusBarController...";
-        m_statusBarController = m_components.statusBar();
-        m_statusBarController->setupStatusBar();
+        m_components.statusBar();
         PLOG(lcApp) << "✅ ParlinoApp: StatusBarController initialized";
     }
 
     const bool onboardingCompleted = m_defaults.boolForKey(kOnboardingCompleted);
     const bool hasLaunchedBefore = m_defaults.boolForKey(kHasLaunchedBefore);
-    PLOG(lcApp) << "🔍 onboardingCompleted = " << text(onboardingCompleted)
-                << ", hasLaunchedBefore = " << text(hasLaunchedBefore);
+    PLOG(lcApp) << "🔍 onboardingCompleted = " << boolText(onboardingCompleted)
+                << ", hasLaunchedBefore = " << boolText(hasLaunchedBefore);
 
     if (onboardingCompleted) {
         setActivationPolicy(ActivationPolicy::accessory);
@@ -144,13 +138,13 @@ void AppDelegate::clearCacheIfNeeded()
         m_defaults.synchronize();
         PLOG(lcApp) << "✅ UserDefaults cleared successfully - fresh start";
         PLOG(lcApp) << "🔍 Verification after clearing:";
-        PLOG(lcApp) << "   onboardingCompleted = " << text(m_defaults.boolForKey(kOnboardingCompleted));
-        PLOG(lcApp) << "   hasLaunchedBefore = " << text(m_defaults.boolForKey(kHasLaunchedBefore));
+        PLOG(lcApp) << "   onboardingCompleted = " << boolText(m_defaults.boolForKey(kOnboardingCompleted));
+        PLOG(lcApp) << "   hasLaunchedBefore = " << boolText(m_defaults.boolForKey(kHasLaunchedBefore));
         return;
     }
     PLOG(lcApp) << "✅ UserDefaults state is valid:";
-    PLOG(lcApp) << "   onboardingCompleted = " << text(onboardingCompleted);
-    PLOG(lcApp) << "   hasLaunchedBefore = " << text(hasLaunchedBefore);
+    PLOG(lcApp) << "   onboardingCompleted = " << boolText(onboardingCompleted);
+    PLOG(lcApp) << "   hasLaunchedBefore = " << boolText(hasLaunchedBefore);
 }
 
 void AppDelegate::makeSettingsWindowResizable()
@@ -205,15 +199,15 @@ void AppDelegate::checkFirstLaunch()
 {
     const bool onboardingCompleted = m_defaults.boolForKey(kOnboardingCompleted);
     const bool hasLaunchedBefore = m_defaults.boolForKey(kHasLaunchedBefore);
-    PLOG(lcApp) << "🔍 Onboarding status: completed=" << text(onboardingCompleted)
-                << ", hasLaunchedBefore=" << text(hasLaunchedBefore);
+    PLOG(lcApp) << "🔍 Onboarding status: completed=" << boolText(onboardingCompleted)
+                << ", hasLaunchedBefore=" << boolText(hasLaunchedBefore);
     if (onboardingCompleted) {
         PLOG(lcApp) << "✅ Onboarding already completed - skipping";
         return;
     }
     PLOG(lcApp) << "📋 Showing onboarding (first launch or incomplete onboarding)";
     PLOG(lcApp) << "🧹 Clearing stale data from UserDefaults...";
-    for (const QString &key : {kHasLaunchedBefore, kOnboardingCompleted, kHasViewedOnboarding})
+    for (const QString &key : {kHasLaunchedBefore, kOnboardingCompleted, SettingsKeys::hasViewedOnboarding})
         m_defaults.remove(key);
     PLOG(lcApp) << "✅ Stale data cleared - fresh start for onboarding";
     m_state.setShowingOnboarding(true);

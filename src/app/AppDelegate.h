@@ -13,7 +13,6 @@ namespace parlino {
 class AppState;
 class Defaults;
 class PermissionManager;
-class StatusBarController;
 
 enum class ActivationPolicy { regular, accessory };
 
@@ -23,7 +22,7 @@ struct AppComponents {
     std::function<QObject *()> servicesProvider;
     std::function<QObject *()> keyboardManager;
     std::function<QObject *()> floatingPlayer;
-    std::function<StatusBarController *()> statusBar; // created, not yet set up
+    std::function<void()> statusBar; // creates and sets up the tray icon
     std::function<void()> showOnboarding;
     std::function<void()> stopPlayback;
     std::function<void(const QString &email)> syncAccount;
@@ -47,7 +46,6 @@ public:
     void completeOnboarding();
 
     [[nodiscard]] ActivationPolicy activationPolicy() const { return m_activationPolicy; }
-    [[nodiscard]] StatusBarController *statusBarController() const { return m_statusBarController; }
 
 Q_SIGNALS:
     void activationPolicyChanged(parlino::ActivationPolicy policy);
@@ -69,7 +67,6 @@ private:
     QPointer<QObject> m_servicesProvider;
     QPointer<QObject> m_keyboardManager;
     QPointer<QObject> m_floatingPlayerController;
-    StatusBarController *m_statusBarController = nullptr;
     ActivationPolicy m_activationPolicy = ActivationPolicy::regular;
 };
 

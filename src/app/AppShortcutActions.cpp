@@ -6,7 +6,6 @@
 #include "core/Logging.h"
 #include "input/TextCaptureService.h"
 #include "playback/AudioPlayerManager.h"
-#include "platform/linux/DesktopNotifier.h"
 
 #include <QUrl>
 
@@ -22,14 +21,6 @@ AppShortcutActions::AppShortcutActions(ServicesProvider &services, AudioPlayerMa
     , m_capture(capture)
     , m_notifier(notifier)
 {
-}
-
-AppShortcutActions &AppShortcutActions::shared()
-{
-    static DesktopNotifier notifier;
-    static AppShortcutActions instance(ServicesProvider::shared(), AudioPlayerManager::shared(), AppState::shared(),
-                                       TextCaptureService::shared(), notifier);
-    return instance;
 }
 
 void AppShortcutActions::readAloud(const QString &text)

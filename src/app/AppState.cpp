@@ -1,22 +1,17 @@
 #include "app/AppState.h"
 
+#include "playback/AudioPlayerManager.h"
 #include "core/Defaults.h"
 #include "core/Logging.h"
 #include "core/Paths.h"
+#include "core/SettingsKeys.h"
 
 #include <QDir>
 #include <QFileInfo>
 
-namespace parlino {
+#include <algorithm>
 
-namespace {
-const QString kDefaultVoiceKey = QStringLiteral("defaultVoice");
-const QString kDefaultSpeedKey = QStringLiteral("defaultSpeed");
-const QString kDownloadLocationKey = QStringLiteral("downloadLocationBookmark");
-const QString kUserEmailKey = QStringLiteral("userEmail");
-// Not a setting anyone edits: the player's last size, so it opens as the user left it.
-const QString kFloatingPlayerSizeKey = QStringLiteral("floatingPlayerSize");
-} // namespace
+namespace parlino {
 
 AppState::AppState(Defaults &defaults, QObject *parent)
     : QObject(parent)
@@ -33,7 +28,7 @@ AppState::~AppState() = default;
 
 void AppState::loadFloatingPlayerSize()
 {
-    const QSizeF stored = m_defaults.value(kFloatingPlayerSizeKey).toSizeF();
+    const QSizeF stored = m_defaults.value(SettingsKeys::floatingPlayerSize).toSizeF();
     // A hand-edited or corrupt value keeps the default size.
     if (stored.width() < kFloatingPlayerMinWidth || stored.width() > kFloatingPlayerMaxWidth
         || stored.height() < kFloatingPlayerMinHeight || stored.height() > kFloatingPlayerMaxHeight)
@@ -41,15 +36,45 @@ void AppState::loadFloatingPlayerSize()
     m_floatingPlayerSize = stored;
 }
 
-AppState &AppState::shared()
+void AppState::mirrorPlayer(const AudioPlayerManager &player)
 {
-    static auto *instance = new AppState(Defaults::shared());
-    return *instance;
+    const auto mirrorFigures = [this, &player] {
+        const double duration = player.duration();
+        setCurrentTime(player.currentTime());
+        setPlaybackProgress(duration > 0 ? std::clamp(player.currentTime() / duration, 0.0, 1.0) : 0.0);
+        setTotalTime(duration);
+        setIsPlaying(player.isPlaying());
+    };
+    connect(&player, &AudioPlayerManager::currentTimeChanged, this, mirrorFigures);
+    connect(&player, &AudioPlayerManager::durationChanged, this, mirrorFigures);
+    connect(&player, &AudioPlayerManager::isPlayingChanged, this, mirrorFigures);
+    // A rate between the selectable speeds leaves the chosen speed as it is.
+    connect(&player, &AudioPlayerManager::playbackRateChanged, this, [this, &player] {
+        if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(player.playbackRate()))
+            setCurrentSpeed(*speed);
+    });
+    connect(&player, &AudioPlayerManager::itemReady, this, [this] { setShowFloatingPlayer(true); });
+    connect(&player, &AudioPlayerManager::closeRequested, this, [this] {
+        setShowFloatingPlayer(false);
+        setCurrentPlayingContext(QString());
+    });
+}
+
+void AppState::saveDefaultVoice(TTSVoice voice)
+{
+    setSelectedVoice(voice);
+    m_defaults.set(SettingsKeys::defaultVoice, persistedVoiceValue(voice));
+}
+
+void AppState::saveDefaultSpeed(PlaybackSpeed speed)
+{
+    setCurrentSpeed(speed);
+    m_defaults.set(SettingsKeys::defaultSpeed, rawValue(speed));
 }
 
 void AppState::loadDefaultVoice()
 {
-    const std::optional<QString> stored = m_defaults.stringForKey(kDefaultVoiceKey);
+    const std::optional<QString> stored = m_defaults.stringForKey(SettingsKeys::defaultVoice);
     if (!stored)
         return;
     PLOG(lcApp) << "✅ Loaded default voice from UserDefaults: " << *stored;
@@ -77,7 +102,7 @@ void AppState::loadDefaultVoice()
 
 void AppState::loadDefaultPlaybackSpeed()
 {
-    const double stored = m_defaults.doubleForKey(kDefaultSpeedKey);
+    const double stored = m_defaults.doubleForKey(SettingsKeys::defaultSpeed);
     if (stored <= 0)
         return;
     // A stored rate that is none of the selectable speeds keeps the current one.
@@ -95,7 +120,7 @@ void AppState::setUserEmail(const QString &email)
     }
     assignUserEmail(std::optional<QString>(email));
     setIsAccountLinked(true);
-    m_defaults.set(kUserEmailKey, email);
+    m_defaults.set(SettingsKeys::userEmail, email);
     PLOG(lcApp) << "✅ User email set: " << email;
     PLOG(lcApp) << "ℹ️ Account will sync on next app launch";
 }
@@ -104,13 +129,13 @@ void AppState::clearAccount()
 {
     assignUserEmail(std::optional<QString>());
     setIsAccountLinked(false);
-    m_defaults.remove(kUserEmailKey);
+    m_defaults.remove(SettingsKeys::userEmail);
     PLOG(lcApp) << "🔓 Account cleared";
 }
 
 void AppState::loadAccountState()
 {
-    const std::optional<QString> email = m_defaults.stringForKey(kUserEmailKey);
+    const std::optional<QString> email = m_defaults.stringForKey(SettingsKeys::userEmail);
     if (email && !email->isEmpty()) {
         assignUserEmail(email);
         setIsAccountLinked(true);
@@ -129,7 +154,7 @@ void AppState::setDownloadLocation(const QString &folder)
         return;
     }
     const QString path = info.absoluteFilePath();
-    m_defaults.set(kDownloadLocationKey, path.toUtf8());
+    m_defaults.set(SettingsKeys::downloadLocation, path.toUtf8());
     assignDownloadLocation(std::optional<QString>(path));
     PLOG(lcApp) << "✅ Set download location: " << path;
 }
@@ -143,7 +168,7 @@ void AppState::loadDownloadLocation()
                     << (downloads.isEmpty() ? QStringLiteral("none") : downloads);
     };
 
-    const QByteArray bookmark = m_defaults.dataForKey(kDownloadLocationKey);
+    const QByteArray bookmark = m_defaults.dataForKey(SettingsKeys::downloadLocation);
     if (bookmark.isEmpty()) {
         useDefault();
         return;
@@ -279,7 +304,7 @@ void AppState::setFloatingPlayerSize(const QSizeF &value)
     if (m_floatingPlayerSize == value)
         return;
     m_floatingPlayerSize = value;
-    m_defaults.set(kFloatingPlayerSizeKey, value);
+    m_defaults.set(SettingsKeys::floatingPlayerSize, value);
     Q_EMIT floatingPlayerSizeChanged();
 }
 

@@ -4,6 +4,7 @@
 #include "ai/PodcastType.h"
 #include "app/AppearanceMode.h"
 #include "backend/AccountSyncStatus.h"
+#include "input/ShortcutContext.h"
 #include "playback/PlaybackSpeed.h"
 #include "speech/TTSVoice.h"
 
@@ -16,12 +17,13 @@
 
 namespace parlino {
 
+class AudioPlayerManager;
 class Defaults;
 
 // The one observable state of the application: playback figures, progress flags and messages, the
 // user's voice and speed, the download folder and the linked account. Views observe the change
 // signals; services write through the setters. Lives on the main thread.
-class AppState final : public QObject {
+class AppState final : public QObject, public ShortcutContext {
     Q_OBJECT
     Q_PROPERTY(bool isPlaying READ isPlaying WRITE setIsPlaying NOTIFY isPlayingChanged)
     Q_PROPERTY(PlaybackSpeed currentSpeed READ currentSpeed WRITE setCurrentSpeed NOTIFY currentSpeedChanged)
@@ -72,9 +74,12 @@ public:
     explicit AppState(Defaults &defaults, QObject *parent = nullptr);
     ~AppState() override;
 
-    static AppState &shared();
+    // Keeps the playback figures in step with the player, their owner: position, progress, duration,
+    // playing flag and the matching speed; a ready file shows the floating player, a closing stop
+    // hides it and forgets the text.
+    void mirrorPlayer(const AudioPlayerManager &player);
 
-    [[nodiscard]] bool isPlaying() const { return m_isPlaying; }
+    [[nodiscard]] bool isPlaying() const override { return m_isPlaying; }
     [[nodiscard]] PlaybackSpeed currentSpeed() const { return m_currentSpeed; }
     [[nodiscard]] TTSVoice selectedVoice() const { return m_selectedVoice; }
     [[nodiscard]] double playbackProgress() const { return m_playbackProgress; }
@@ -82,10 +87,10 @@ public:
     [[nodiscard]] double totalTime() const { return m_totalTime; }
     [[nodiscard]] bool showingSettings() const { return m_showingSettings; }
     [[nodiscard]] bool showingOnboarding() const { return m_showingOnboarding; }
-    [[nodiscard]] bool isProcessing() const { return m_isProcessing; }
+    [[nodiscard]] bool isProcessing() const override { return m_isProcessing; }
     [[nodiscard]] const QString & processingMessage() const { return m_processingMessage; }
     [[nodiscard]] double processingProgress() const { return m_processingProgress; }
-    [[nodiscard]] bool showFloatingPlayer() const { return m_showFloatingPlayer; }
+    [[nodiscard]] bool showFloatingPlayer() const override { return m_showFloatingPlayer; }
     [[nodiscard]] const QString & currentPlayingContext() const { return m_currentPlayingContext; }
     [[nodiscard]] const QString & currentPlayingTitle() const { return m_currentPlayingTitle; }
     [[nodiscard]] const QSizeF & floatingPlayerSize() const { return m_floatingPlayerSize; }
@@ -108,8 +113,9 @@ public:
     [[nodiscard]] const std::optional<QString> & userEmail() const { return m_userEmail; }
     [[nodiscard]] bool isAccountLinked() const { return m_isAccountLinked; }
     [[nodiscard]] const AccountSyncStatus & accountSyncStatus() const { return m_accountSyncStatus; }
-    [[nodiscard]] bool isOnboardingMode() const { return m_isOnboardingMode; }
+    [[nodiscard]] bool isOnboardingMode() const override { return m_isOnboardingMode; }
     [[nodiscard]] const std::optional<QString> & pendingOnboardingAudioURL() const { return m_pendingOnboardingAudioURL; }
+    [[nodiscard]] bool hasPendingOnboardingAudio() const override { return m_pendingOnboardingAudioURL.has_value(); }
 
     void setIsPlaying(bool value);
     void setCurrentSpeed(PlaybackSpeed value);
@@ -158,6 +164,9 @@ public:
 
     void loadDefaultPlaybackSpeed();
     void loadDefaultVoice();
+    // The user's choice in settings: used from now on and kept as the default.
+    void saveDefaultVoice(TTSVoice voice);
+    void saveDefaultSpeed(PlaybackSpeed speed);
     // The floating player's size as last left, within the window's limits.
     void loadFloatingPlayerSize();
 

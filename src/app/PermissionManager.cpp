@@ -1,12 +1,10 @@
 #include "app/PermissionManager.h"
 
 #include "app/AppState.h"
-#include "app/MessageBoxPermissionDialogs.h"
 #include "app/PermissionDialogs.h"
 #include "app/PermissionProbe.h"
 #include "core/Logging.h"
 #include "core/StackTrace.h"
-#include "platform/linux/LinuxPermissionProbe.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -35,19 +33,6 @@ PermissionManager::~PermissionManager()
 {
     if (m_pollTimer)
         m_clock.cancel(*m_pollTimer);
-}
-
-PermissionManager &PermissionManager::shared()
-{
-    static LinuxPermissionProbe probe;
-    static MessageBoxPermissionDialogs dialogs;
-    static auto *instance = [] {
-        auto *manager = new PermissionManager(probe, dialogs, AppState::shared(), Clock::system(), qApp);
-        QObject::connect(manager, &PermissionManager::quitRequested, qApp, &QCoreApplication::quit,
-                         Qt::QueuedConnection);
-        return manager;
-    }();
-    return *instance;
 }
 
 bool PermissionManager::queryAccessibility(const char *caller)

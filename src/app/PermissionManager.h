@@ -26,7 +26,6 @@ public:
                       QObject *parent = nullptr);
     ~PermissionManager() override;
 
-    static PermissionManager &shared();
 
     [[nodiscard]] bool accessibilityGranted() const { return m_accessibilityGranted; }
     [[nodiscard]] bool microphoneGranted() const { return m_microphoneGranted; }

@@ -4,12 +4,10 @@
 #include "app/UserNotifier.h"
 #include "core/Error.h"
 #include "core/Logging.h"
-#include "playback/AudioPlayerManager.h"
-#include "platform/linux/DesktopNotifier.h"
-#include "speech/OpenAIClient.h"
+#include "ai/OpenAIClient.h"
 #include "speech/TTSCacheService.h"
+#include "speech/TextChunker.h"
 
-#include <QCoreApplication>
 #include <QUrl>
 
 namespace parlino {
@@ -35,6 +33,44 @@ QString describe(const std::exception &error)
     return QString::fromLocal8Bit(error.what());
 }
 
+// What tells the three flows apart in the log, on screen and in their messages.
+struct FlowTexts {
+    QString flowName;      // for flowFinished()
+    QString name;          // "processReadAloud" without "process"
+    QString startMessage;
+    QString titlePrefix;
+    QString noun;          // "✅ Successfully generated <noun> audio"
+    QString cacheNoun;     // "💾 Caching <cacheNoun> for replay..."
+    QString cachedNoun;    // "✅ <cachedNoun> cached successfully"
+    QString failureLog;
+    QString failurePrefix;
+};
+
+const FlowTexts &flowTexts(ServicesProvider::Flow flow)
+{
+    static const FlowTexts readAloud{QStringLiteral("readAloud"), QStringLiteral("ReadAloud"),
+                                     QStringLiteral("Generating audio..."), QString(), QString(),
+                                     QStringLiteral("audio"), QStringLiteral("Audio"), QStringLiteral("Read aloud"),
+                                     QStringLiteral("Failed to generate audio: ")};
+    static const FlowTexts readSummary{
+        QStringLiteral("readSummary"), QStringLiteral("ReadSummary"), QStringLiteral("Creating audio summary..."),
+        QStringLiteral("Summary: "), QStringLiteral("summary"), QStringLiteral("summary audio"),
+        QStringLiteral("Summary audio"), QStringLiteral("Summary"), QStringLiteral("Failed to generate summary: ")};
+    static const FlowTexts createPodcast{
+        QStringLiteral("createPodcast"), QStringLiteral("CreatePodcast"), QStringLiteral("Creating podcast..."),
+        QStringLiteral("Podcast: "), QStringLiteral("podcast"), QStringLiteral("podcast audio"),
+        QStringLiteral("Podcast audio"), QStringLiteral("Podcast"), QStringLiteral("Failed to create podcast: ")};
+    switch (flow) {
+    case ServicesProvider::Flow::readSummary:
+        return readSummary;
+    case ServicesProvider::Flow::createPodcast:
+        return createPodcast;
+    case ServicesProvider::Flow::readAloud:
+        break;
+    }
+    return readAloud;
+}
+
 } // namespace
 
 ServicesProvider::ServicesProvider(AppState &state, OpenAIClient &client, TTSCacheService &cache, PlayFunction play,
@@ -49,15 +85,6 @@ ServicesProvider::ServicesProvider(AppState &state, OpenAIClient &client, TTSCac
 }
 
 ServicesProvider::~ServicesProvider() = default;
-
-ServicesProvider &ServicesProvider::shared()
-{
-    static DesktopNotifier notifier;
-    static auto *instance = new ServicesProvider(
-        AppState::shared(), OpenAIClient::shared(), TTSCacheService::shared(),
-        [](const QUrl &url) { AudioPlayerManager::shared().play(url); }, notifier, qApp);
-    return *instance;
-}
 
 void ServicesProvider::beginFlow(const QString &text, const QString &message)
 {
@@ -87,94 +114,73 @@ void ServicesProvider::finishAndPlay(const QString &flow, const QString &file)
 
 QCoro::Task<> ServicesProvider::processReadAloud(QString text)
 {
-    const QString flow = QStringLiteral("readAloud");
-    PLOG(lcApp) << "🎯 processReadAloud called with text length: " << text.size() << " characters";
-    beginFlow(text, QStringLiteral("Generating audio..."));
-    m_state.setCurrentPlayingTitle(preview(text));
-    const TTSVoice voice = m_state.selectedVoice();
-    const double speed = rawValue(m_state.currentSpeed());
-    const QString voiceId = identifier(voice);
-    QString file;
-    try {
-        PLOG(lcApp) << "🎤 Calling OpenAIClient.generateSpeech with text length: " << text.size()
-                    << ", voice: " << voiceId;
-        QCoro::Task<QString> speech = m_client.generateSpeech(text, voice, speed);
-        file = co_await speech;
-        PLOG(lcApp) << "✅ Successfully generated audio at: " << file;
-        m_state.setProcessingProgress(0.5);
-        PLOG(lcApp) << "💾 Caching audio for replay...";
-        QCoro::Task<> caching = m_cache.cacheAudio(file, text, voiceId, speed);
-        co_await caching;
-        PLOG(lcApp) << "✅ Audio cached successfully";
-    } catch (const std::exception &error) {
-        PLOG(lcApp) << "❌ Read aloud failed: " << describe(error);
-        failFlow(flow, QStringLiteral("Failed to generate audio: ") + describe(error));
-        co_return;
-    }
-    finishAndPlay(flow, file);
+    return runFlow(Flow::readAloud, std::move(text));
 }
 
 QCoro::Task<> ServicesProvider::processReadSummary(QString text)
 {
-    const QString flow = QStringLiteral("readSummary");
-    PLOG(lcApp) << "🎯 processReadSummary called with text length: " << text.size() << " characters";
-    beginFlow(text, QStringLiteral("Creating audio summary..."));
-    m_state.setCurrentPlayingTitle(QStringLiteral("Summary: ") + preview(text));
-    const TTSVoice voice = m_state.selectedVoice();
-    const double speed = rawValue(m_state.currentSpeed());
-    const QString voiceId = identifier(voice);
-    QString file;
-    try {
-        QCoro::Task<QString> summarizing = m_client.summarize(text, SummaryLength::medium);
-        const QString summary = co_await summarizing;
-        QCoro::Task<QString> speech = m_client.generateSpeech(summary, voice, speed);
-        file = co_await speech;
-        PLOG(lcApp) << "✅ Successfully generated summary audio";
-        m_state.setProcessingProgress(0.5);
-        PLOG(lcApp) << "💾 Caching summary audio for replay...";
-        QCoro::Task<> caching = m_cache.cacheAudio(file, summary, voiceId, speed);
-        co_await caching;
-        PLOG(lcApp) << "✅ Summary audio cached successfully";
-    } catch (const std::exception &error) {
-        PLOG(lcApp) << "❌ Summary failed: " << describe(error);
-        failFlow(flow, QStringLiteral("Failed to generate summary: ") + describe(error));
-        co_return;
-    }
-    finishAndPlay(flow, file);
+    return runFlow(Flow::readSummary, std::move(text));
 }
 
 QCoro::Task<> ServicesProvider::processCreatePodcast(QString text)
 {
-    const QString flow = QStringLiteral("createPodcast");
-    PLOG(lcApp) << "🎯 processCreatePodcast called with text length: " << text.size() << " characters";
-    beginFlow(text, QStringLiteral("Creating podcast..."));
-    m_state.setCurrentPlayingTitle(QStringLiteral("Podcast: ") + preview(text));
+    return runFlow(Flow::createPodcast, std::move(text));
+}
+
+QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
+{
+    const FlowTexts &texts = flowTexts(flow);
+    PLOG(lcApp) << "🎯 process" << texts.name << " called with text length: " << text.size() << " characters";
+    beginFlow(text, texts.startMessage);
+    m_state.setCurrentPlayingTitle(texts.titlePrefix + preview(text));
     const TTSVoice voice = m_state.selectedVoice();
     const double speed = rawValue(m_state.currentSpeed());
     const QString voiceId = identifier(voice);
     QString file;
     try {
-        QCoro::Task<QString> scripting = m_client.generatePodcastScript(text, m_state.selectedPodcastType());
-        const QString script = co_await scripting;
-        m_state.setProcessingMessage(QStringLiteral("Generating podcast audio..."));
-        QCoro::Task<QString> speech = m_client.generateSpeech(script, voice, speed);
+        // What is spoken: the text itself, or what the chat model wrote from it.
+        QString spoken = text;
+        if (flow == Flow::readSummary) {
+            QCoro::Task<QString> summarizing = m_client.summarize(text, SummaryLength::medium);
+            spoken = co_await summarizing;
+        } else if (flow == Flow::createPodcast) {
+            QCoro::Task<QString> scripting = m_client.generatePodcastScript(text, m_state.selectedPodcastType());
+            spoken = co_await scripting;
+            m_state.setProcessingMessage(QStringLiteral("Generating podcast audio..."));
+        } else {
+            PLOG(lcApp) << "🎤 Calling OpenAIClient.generateSpeech with text length: " << text.size()
+                        << ", voice: " << voiceId;
+        }
+
+        QCoro::Task<QString> speech = m_client.generateSpeech(spoken, voice, speed);
         file = co_await speech;
-        PLOG(lcApp) << "✅ Successfully generated podcast audio";
+        if (flow == Flow::readAloud)
+            PLOG(lcApp) << "✅ Successfully generated audio at: " << file;
+        else
+            PLOG(lcApp) << "✅ Successfully generated " << texts.noun << " audio";
         m_state.setProcessingProgress(0.5);
-        QCoro::Task<QString> titling = m_client.generateAudioTitle(script);
-        const QString title = co_await titling;
-        PLOG(lcApp) << "🏷️ Generated title: " << title;
-        m_state.setCurrentPlayingTitle(title);
-        PLOG(lcApp) << "💾 Caching podcast audio for replay...";
-        QCoro::Task<> caching = m_cache.cacheAudio(file, script, voiceId, speed);
-        co_await caching;
-        PLOG(lcApp) << "✅ Podcast audio cached successfully";
+
+        if (flow == Flow::createPodcast) {
+            QCoro::Task<QString> titling = m_client.generateAudioTitle(spoken);
+            const QString title = co_await titling;
+            PLOG(lcApp) << "🏷️ Generated title: " << title;
+            m_state.setCurrentPlayingTitle(title);
+        }
+
+        // The whole result is kept under the spoken text so the same request replays without
+        // synthesis. A text that fits one request was already stored under that very key.
+        PLOG(lcApp) << "💾 Caching " << texts.cacheNoun << " for replay...";
+        if (!fitsInOneChunk(spoken)) {
+            QCoro::Task<> caching = m_cache.cacheAudio(file, spoken, voiceId, speed);
+            co_await caching;
+        }
+        PLOG(lcApp) << "✅ " << texts.cachedNoun << " cached successfully";
     } catch (const std::exception &error) {
-        PLOG(lcApp) << "❌ Podcast failed: " << describe(error);
-        failFlow(flow, QStringLiteral("Failed to create podcast: ") + describe(error));
+        PLOG(lcApp) << "❌ " << texts.failureLog << " failed: " << describe(error);
+        failFlow(texts.flowName, texts.failurePrefix + describe(error));
         co_return;
     }
-    finishAndPlay(flow, file);
+    finishAndPlay(texts.flowName, file);
 }
 
 QString ServicesProvider::readAloud(const QString &text)

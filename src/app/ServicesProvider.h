@@ -29,7 +29,7 @@ public:
                      UserNotifier &notifier, QObject *parent = nullptr);
     ~ServicesProvider() override;
 
-    static ServicesProvider &shared();
+    enum class Flow { readAloud, readSummary, createPodcast };
 
     QCoro::Task<> processReadAloud(QString text);
     QCoro::Task<> processReadSummary(QString text);
@@ -47,6 +47,9 @@ Q_SIGNALS:
     void flowFinished(const QString &flow, const QString &error);
 
 private:
+    // The frame the three flows share: progress in the application state, the speech, the cache
+    // entry for replay, and the player, or the flow's own failure message.
+    QCoro::Task<> runFlow(Flow flow, QString text);
     void beginFlow(const QString &text, const QString &message);
     void failFlow(const QString &flow, const QString &message);
     void finishAndPlay(const QString &flow, const QString &file);

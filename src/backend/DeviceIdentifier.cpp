@@ -1,6 +1,7 @@
 #include "backend/DeviceIdentifier.h"
 
 #include "core/Defaults.h"
+#include "core/SettingsKeys.h"
 
 #include <QUuid>
 
@@ -8,7 +9,7 @@ namespace parlino {
 
 QString readOrCreateDeviceID(Defaults &defaults)
 {
-    static const QString key = QStringLiteral("deviceID");
+    const QString &key = SettingsKeys::deviceID;
     if (std::optional<QString> stored = defaults.stringForKey(key))
         return *stored;
     QString created = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();

@@ -23,6 +23,12 @@ Q_DECLARE_LOGGING_CATEGORY(lcPlatform)
 
 namespace parlino {
 
+// "true" or "false", as log lines print flags.
+[[nodiscard]] inline QString boolText(bool value)
+{
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
 // Prints the app's lines as they are, unless the user chose a pattern with QT_MESSAGE_PATTERN.
 void installDefaultMessagePattern();
 

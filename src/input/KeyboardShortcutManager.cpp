@@ -1,11 +1,10 @@
 #include "input/KeyboardShortcutManager.h"
 
-#include "app/AppState.h"
 #include "core/Logging.h"
 #include "input/HotKeyBackend.h"
-#include "input/InputPlatform.h"
 #include "input/KeyboardShortcutPreferences.h"
 #include "input/ShortcutActions.h"
+#include "input/ShortcutContext.h"
 #include "input/TextCaptureService.h"
 
 #include <QScopedValueRollback>
@@ -24,18 +23,13 @@ constexpr std::array registrationOrder{
     HotKeyID::slowDown,        HotKeyID::openLibrary,   HotKeyID::askQuestion,
 };
 
-QString yesNo(bool value)
-{
-    return value ? QStringLiteral("true") : QStringLiteral("false");
-}
-
 } // namespace
 
 KeyboardShortcutManager::KeyboardShortcutManager(std::unique_ptr<HotKeyBackend> backend,
                                                  KeyboardShortcutPreferences &preferences, TextCaptureService &capture,
-                                                 AppState &appState, ShortcutActions *actions, QObject *parent)
+                                                 const ShortcutContext &context, ShortcutActions *actions, QObject *parent)
     : QObject(parent), m_backend(std::move(backend)), m_preferences(preferences), m_capture(capture),
-      m_appState(appState), m_actions(actions)
+      m_context(context), m_actions(actions)
 {
     connect(m_backend.get(), &HotKeyBackend::hotKeyPressed, this, &KeyboardShortcutManager::onHotKeyPressed);
     registerCustomHotKeys();
@@ -47,15 +41,6 @@ KeyboardShortcutManager::~KeyboardShortcutManager()
 {
     for (const quint32 registration : std::as_const(m_registered))
         m_backend->unregisterHotKey(registration);
-}
-
-KeyboardShortcutManager &KeyboardShortcutManager::shared()
-{
-    static KeyboardShortcutManager *instance =
-        new KeyboardShortcutManager(InputPlatform::installed().createHotKeyBackend(),
-                                    KeyboardShortcutPreferences::shared(), TextCaptureService::shared(),
-                                    AppState::shared());
-    return *instance;
 }
 
 void KeyboardShortcutManager::registerHotKey(HotKeyID id, quint32 keyCode, quint32 modifiers)
@@ -182,9 +167,9 @@ std::optional<QString> KeyboardShortcutManager::captureText()
 
 void KeyboardShortcutManager::handleReadAloud()
 {
-    if (m_appState.isOnboardingMode()) {
+    if (m_context.isOnboardingMode()) {
         // Onboarding's test step: the shortcut plays the onboarding audio instead of reading.
-        if (m_appState.pendingOnboardingAudioURL())
+        if (m_context.hasPendingOnboardingAudio())
             PLOG(lcInput) << "🎓 ONBOARDING MODE DETECTED - Replaying current audio";
         else
             PLOG(lcInput) << "🎓 ONBOARDING TEST MODE DETECTED - Playing welcome message";
@@ -192,10 +177,10 @@ void KeyboardShortcutManager::handleReadAloud()
         return;
     }
     PLOG(lcInput) << "🎯 READ ALOUD SHORTCUT TRIGGERED";
-    PLOG(lcInput) << "   - isProcessing: " << yesNo(m_appState.isProcessing());
-    PLOG(lcInput) << "   - isPlaying: " << yesNo(m_appState.isPlaying());
-    PLOG(lcInput) << "   - showFloatingPlayer: " << yesNo(m_appState.showFloatingPlayer());
-    PLOG(lcInput) << "   - isOnboardingMode: " << yesNo(m_appState.isOnboardingMode());
+    PLOG(lcInput) << "   - isProcessing: " << boolText(m_context.isProcessing());
+    PLOG(lcInput) << "   - isPlaying: " << boolText(m_context.isPlaying());
+    PLOG(lcInput) << "   - showFloatingPlayer: " << boolText(m_context.showFloatingPlayer());
+    PLOG(lcInput) << "   - isOnboardingMode: " << boolText(m_context.isOnboardingMode());
     if (const std::optional<QString> text = captureText())
         m_actions->readAloud(*text);
 }

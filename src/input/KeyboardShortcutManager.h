@@ -11,7 +11,7 @@
 
 namespace parlino {
 
-class AppState;
+class ShortcutContext;
 class HotKeyBackend;
 class KeyboardShortcutPreferences;
 class ShortcutActions;
@@ -29,12 +29,10 @@ public:
 
     // Registers all hot keys at once. `actions` may be attached later with setActions().
     KeyboardShortcutManager(std::unique_ptr<HotKeyBackend> backend, KeyboardShortcutPreferences &preferences,
-                            TextCaptureService &capture, AppState &appState, ShortcutActions *actions = nullptr,
+                            TextCaptureService &capture, const ShortcutContext &context, ShortcutActions *actions = nullptr,
                             QObject *parent = nullptr);
     ~KeyboardShortcutManager() override;
 
-    // The process's manager over the installed input platform and the shared services.
-    static KeyboardShortcutManager &shared();
 
     // Where presses go; presses before this is set are logged and dropped. Not owned.
     void setActions(ShortcutActions *actions) { m_actions = actions; }
@@ -58,7 +56,7 @@ private:
     std::unique_ptr<HotKeyBackend> m_backend;
     KeyboardShortcutPreferences &m_preferences;
     TextCaptureService &m_capture;
-    AppState &m_appState;
+    const ShortcutContext &m_context;
     ShortcutActions *m_actions;
     QMap<HotKeyID, quint32> m_registered; // action → backend registration id
     bool m_handling{false};

@@ -54,12 +54,6 @@ KeyboardShortcutPreferences::KeyboardShortcutPreferences(Defaults &defaults, QOb
     loadShortcuts();
 }
 
-KeyboardShortcutPreferences &KeyboardShortcutPreferences::shared()
-{
-    static KeyboardShortcutPreferences *instance = new KeyboardShortcutPreferences(Defaults::shared());
-    return *instance;
-}
-
 QMap<QString, KeyboardShortcut> KeyboardShortcutPreferences::defaultShortcuts()
 {
     using K = KeyboardShortcut;

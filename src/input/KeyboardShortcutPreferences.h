@@ -1,5 +1,6 @@
 #pragma once
 
+#include "core/SettingsKeys.h"
 #include "input/KeyboardShortcut.h"
 
 #include <QMap>
@@ -17,15 +18,13 @@ class KeyboardShortcutPreferences final : public QObject {
     Q_OBJECT
 public:
     // Where the bindings are stored: a JSON object from action name to {"keyCode", "modifiers"}.
-    static inline const QString userDefaultsKey = QStringLiteral("customKeyboardShortcuts");
+    static inline const QString &userDefaultsKey = SettingsKeys::customKeyboardShortcuts;
     // Where an unreadable stored value is kept when new bindings are saved over it.
-    static inline const QString unreadableBackupKey = QStringLiteral("customKeyboardShortcutsUnreadable");
+    static inline const QString &unreadableBackupKey = SettingsKeys::customKeyboardShortcutsUnreadable;
 
     // Loads the bindings from `defaults` once, here.
     explicit KeyboardShortcutPreferences(Defaults &defaults, QObject *parent = nullptr);
 
-    // The process's bindings over Defaults::shared(), loaded on first use.
-    static KeyboardShortcutPreferences &shared();
 
     // The bindings the app ships with, by action name.
     [[nodiscard]] static QMap<QString, KeyboardShortcut> defaultShortcuts();

@@ -2,10 +2,10 @@
 
 #include "core/Defaults.h"
 #include "core/Logging.h"
+#include "core/SettingsKeys.h"
 #include "core/StackTrace.h"
 #include "input/AccessibilityTextSource.h"
 #include "input/ActiveWindowInspector.h"
-#include "input/InputPlatform.h"
 #include "input/SelectionClipboard.h"
 #include "input/SyntheticKeySender.h"
 
@@ -43,16 +43,9 @@ TextCaptureService::TextCaptureService(Defaults &defaults, Platform platform)
 {
 }
 
-TextCaptureService &TextCaptureService::shared()
-{
-    static TextCaptureService *instance =
-        new TextCaptureService(Defaults::shared(), InputPlatform::installed().textCapturePlatform());
-    return *instance;
-}
-
 bool TextCaptureService::onboardingCompleted() const
 {
-    return m_defaults.boolForKey(QStringLiteral("onboardingCompleted"));
+    return m_defaults.boolForKey(SettingsKeys::onboardingCompleted);
 }
 
 void TextCaptureService::logTrustCheck(const QString &caller) const

@@ -29,8 +29,6 @@ public:
 
     TextCaptureService(Defaults &defaults, Platform platform);
 
-    // The process's service over the installed input platform (see InputPlatform).
-    static TextCaptureService &shared();
 
     // The selected text; absent when nothing could be captured. A captured text is never empty.
     [[nodiscard]] std::optional<QString> captureSelectedText();

@@ -1,13 +1,11 @@
 #include "playback/AudioPlayerManager.h"
 
-#include "app/AppState.h"
 #include "core/Defaults.h"
 #include "core/Logging.h"
-#include "playback/MpvAudioEngine.h"
-#include "playback/PlaybackSpeed.h"
+#include "core/SettingsKeys.h"
+#include "playback/AudioEngine.h"
 #include "usage/UsageTracker.h"
 
-#include <QCoreApplication>
 #include <QFileInfo>
 
 #include <algorithm>
@@ -25,18 +23,12 @@ QString formatRate(double rate)
     return text.contains(u'.') ? text : text + QStringLiteral(".0");
 }
 
-QString boolText(bool value)
-{
-    return value ? QStringLiteral("true") : QStringLiteral("false");
-}
-
 } // namespace
 
-AudioPlayerManager::AudioPlayerManager(AudioEngine &engine, AppState &appState, UsageTracker &usageTracker,
-                                       Defaults &defaults, Clock &clock, QObject *parent)
+AudioPlayerManager::AudioPlayerManager(AudioEngine &engine, UsageTracker &usageTracker, Defaults &defaults,
+                                       Clock &clock, QObject *parent)
     : QObject(parent)
     , m_engine(engine)
-    , m_appState(appState)
     , m_usageTracker(usageTracker)
     , m_defaults(defaults)
     , m_clock(clock)
@@ -49,21 +41,6 @@ AudioPlayerManager::~AudioPlayerManager()
         m_clock.cancel(*m_timeObserver);
     for (const auto &connection : std::as_const(m_itemConnections))
         disconnect(connection);
-}
-
-AudioPlayerManager &AudioPlayerManager::shared()
-{
-    static AudioPlayerManager *instance = [] {
-        auto *engine = new MpvAudioEngine();
-        auto *manager = new AudioPlayerManager(*engine, AppState::shared(), UsageTracker::shared(),
-                                               Defaults::shared(), Clock::system());
-        // Leave the sound server cleanly while the event loop still runs; the objects themselves live
-        // until the process ends, like every shared service.
-        if (auto *app = QCoreApplication::instance())
-            QObject::connect(app, &QCoreApplication::aboutToQuit, engine, [engine] { engine->shutdown(); });
-        return manager;
-    }();
-    return *instance;
 }
 
 void AudioPlayerManager::play(const QUrl &url)
@@ -80,7 +57,7 @@ void AudioPlayerManager::play(const QUrl &url)
     m_hasItem = true;
     m_itemFailed = false;
 
-    const double storedSpeed = m_defaults.doubleForKey(QLatin1String(kDefaultSpeedKey));
+    const double storedSpeed = m_defaults.doubleForKey(SettingsKeys::defaultSpeed);
     const float initialSpeed = std::isfinite(storedSpeed) && storedSpeed > 0 ? static_cast<float>(storedSpeed) : 1.0F;
     PLOG(lcPlayback) << "   Initial playback speed: " << formatRate(initialSpeed);
 
@@ -114,10 +91,6 @@ void AudioPlayerManager::handleItemReady(float initialSpeed)
     PLOG(lcPlayback) << "▶️ Starting playback at " << formatRate(initialSpeed) << "x speed (from settings)";
     PLOG(lcPlayback) << "   Volume: " << m_engine.volume() << "%, muted: " << boolText(m_engine.isMuted());
 
-    if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(initialSpeed))
-        m_appState.setCurrentSpeed(*speed);
-    m_appState.setIsPlaying(true);
-    m_appState.setShowFloatingPlayer(true);
     Q_EMIT itemReady();
 }
 
@@ -134,7 +107,6 @@ void AudioPlayerManager::handlePlaybackFinished()
     trackPlaybackSession();
     m_engine.pause();
     setIsPlaying(false);
-    m_appState.setIsPlaying(false);
     updateTime();
     const QString fileName = m_currentURL ? QFileInfo(m_currentURL->path()).fileName() : QString();
     PLOG(lcPlayback) << "✅ Audio ready for replay - player, URL, and duration preserved";
@@ -162,15 +134,6 @@ void AudioPlayerManager::updateTime()
         trackPlaybackSession();
         m_lastTrackedTime = m_currentTime;
     }
-    mirrorIntoAppState();
-}
-
-void AudioPlayerManager::mirrorIntoAppState()
-{
-    m_appState.setCurrentTime(m_currentTime);
-    m_appState.setPlaybackProgress(m_duration > 0 ? std::clamp(m_currentTime / m_duration, 0.0, 1.0) : 0.0);
-    m_appState.setTotalTime(m_duration);
-    m_appState.setIsPlaying(m_isPlaying);
 }
 
 void AudioPlayerManager::trackPlaybackSession()
@@ -197,14 +160,12 @@ void AudioPlayerManager::togglePlayPause()
             m_engine.seek(0);
         }
         setIsPlaying(true);
-        m_appState.setIsPlaying(true);
         m_engine.setRate(m_playbackRate);
         m_engine.play();
         PLOG(lcPlayback) << "▶️ Resumed playback at " << formatRate(m_playbackRate) << "x speed";
     } else {
         m_engine.pause();
         setIsPlaying(false);
-        m_appState.setIsPlaying(false);
         PLOG(lcPlayback) << "⏸️ Paused playback";
     }
     updateTime();
@@ -235,13 +196,8 @@ void AudioPlayerManager::stop(bool forceClose)
     m_playbackStartTime.reset();
     m_lastTrackedTime = 0;
 
-    m_appState.setIsPlaying(false);
-    m_appState.setCurrentTime(0);
-    m_appState.setPlaybackProgress(0);
-    m_appState.setTotalTime(0);
     if (forceClose) {
-        m_appState.setShowFloatingPlayer(false);
-        m_appState.setCurrentPlayingContext(QString());
+        Q_EMIT closeRequested();
         PLOG(lcPlayback) << "🔒 Floating player force closed - user must use Super+Shift+R";
     }
 }
@@ -263,9 +219,6 @@ void AudioPlayerManager::setSpeed(float speed)
     PLOG(lcPlayback) << "   Is playing: " << boolText(m_isPlaying);
 
     m_usageTracker.recordPlaybackSpeed(speed);
-
-    if (const std::optional<PlaybackSpeed> matched = playbackSpeedFromRawValue(speed))
-        m_appState.setCurrentSpeed(*matched);
 }
 
 void AudioPlayerManager::skip(double seconds)

@@ -11,14 +11,15 @@
 
 namespace parlino {
 
-class AppState;
 class AudioEngine;
 class Defaults;
 class UsageTracker;
 
-// The one player of the process, for every kind of synthesized audio. Publishes its state, mirrors
-// it into AppState every 0.5 s while audio plays, keeps a finished file loaded so it can be replayed,
-// and adds listening time to the usage tracker. Lives on the main thread.
+// The one player of the process, for every kind of synthesized audio, and the only owner of the
+// playback figures: it publishes them as properties (the position every 0.5 s while audio plays),
+// keeps a finished file loaded so it can be replayed, and adds listening time to the usage tracker.
+// The application state mirrors the figures through a connection made at start-up. Lives on the
+// main thread.
 //
 // States: empty → loading (play) → playing ⇄ paused, → finished at the end of the file (still
 // loaded, paused) → playing again from the start (togglePlayPause) → empty (stop).
@@ -31,7 +32,6 @@ class AudioPlayerManager final : public QObject {
     Q_PROPERTY(QUrl currentURL READ currentURLOrEmpty NOTIFY currentURLChanged)
 
 public:
-    static constexpr auto kDefaultSpeedKey = "defaultSpeed";
     static constexpr std::chrono::milliseconds kTimeUpdateInterval{500};
     // Listening time is accounted every time the position has advanced this far.
     static constexpr double kTrackingPositionStep = 10.0;
@@ -40,12 +40,9 @@ public:
     // Resuming this close to the end starts the file again.
     static constexpr double kReplayThreshold = 0.5;
 
-    AudioPlayerManager(AudioEngine &engine, AppState &appState, UsageTracker &usageTracker, Defaults &defaults,
-                       Clock &clock, QObject *parent = nullptr);
+    AudioPlayerManager(AudioEngine &engine, UsageTracker &usageTracker, Defaults &defaults, Clock &clock,
+                       QObject *parent = nullptr);
     ~AudioPlayerManager() override;
-
-    // The production player: libmpv on PulseAudio (or ALSA), the shared state and tracker.
-    static AudioPlayerManager &shared();
 
     // Loads a local audio file and starts it at the settings' default speed once it is ready; a file
     // that cannot be loaded is logged and stays silent.
@@ -76,6 +73,8 @@ Q_SIGNALS:
     void currentURLChanged();
     // A newly loaded file started playing.
     void itemReady();
+    // stop(true): the user closed the player, so the floating player should close too.
+    void closeRequested();
 
 private:
     [[nodiscard]] QUrl currentURLOrEmpty() const { return m_currentURL.value_or(QUrl()); }
@@ -84,14 +83,12 @@ private:
     void handlePlaybackFinished();
     void setupTimeObserver();
     void updateTime();
-    void mirrorIntoAppState();
     void trackPlaybackSession();
     void setIsPlaying(bool value);
     void setCurrentTime(double value);
     void setDuration(double value);
 
     AudioEngine &m_engine;
-    AppState &m_appState;
     UsageTracker &m_usageTracker;
     Defaults &m_defaults;
     Clock &m_clock;

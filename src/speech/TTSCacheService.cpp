@@ -130,10 +130,10 @@ TTSCacheService::~TTSCacheService()
     m_worker.waitForDone();
 }
 
-TTSCacheService &TTSCacheService::shared()
+bool TTSCacheService::ownsFile(const QString &path) const
 {
-    static TTSCacheService instance;
-    return instance;
+    const QString folder = QDir(m_directory).absolutePath() + u'/';
+    return QFileInfo(path).absoluteFilePath().startsWith(folder);
 }
 
 QString TTSCacheService::defaultDirectory()

@@ -35,9 +35,8 @@ public:
     TTSCacheService(const TTSCacheService &) = delete;
     TTSCacheService &operator=(const TTSCacheService &) = delete;
 
-    // The process's cache in $XDG_DATA_HOME/TTSCache, shared by the speech client and the read-aloud
-    // flows so that one object owns the folder's metadata.
-    static TTSCacheService &shared();
+    // $XDG_DATA_HOME/TTSCache. The process has one cache there, shared by the speech machinery and
+    // the read-aloud flows so that one object owns the folder's metadata.
     [[nodiscard]] static QString defaultDirectory();
 
     // The cached file for this text, voice identifier and speed, or nothing. The file belongs to the
@@ -57,6 +56,8 @@ public:
     [[nodiscard]] static QString speedText(double speed);
 
     [[nodiscard]] const QString &directory() const { return m_directory; }
+    // The file lies in the cache's folder, so it is the cache's and no caller may delete it.
+    [[nodiscard]] bool ownsFile(const QString &path) const;
     [[nodiscard]] QString metadataPath() const;
     [[nodiscard]] QString statisticsPath() const;
 

@@ -36,4 +36,10 @@ inline constexpr std::array<TTSVoice, 6> allTTSVoices{TTSVoice::alloy, TTSVoice:
     return std::nullopt;
 }
 
+// The chosen voice as the settings keep it: "provider:voice", for OpenAI voices "openai:alloy".
+[[nodiscard]] inline QString persistedVoiceValue(TTSVoice voice)
+{
+    return QStringLiteral("openai:") + identifier(voice);
+}
+
 } // namespace parlino

@@ -12,6 +12,12 @@ inline constexpr int maxChunkSize = 4000;
 // a family emoji is one.
 [[nodiscard]] int characterCount(const QString &text);
 
+// The text goes to the speech endpoint as one request, unsplit.
+[[nodiscard]] inline bool fitsInOneChunk(const QString &text)
+{
+    return characterCount(text) <= maxChunkSize;
+}
+
 // The first `count` user-perceived characters of text (all of it when it is shorter).
 [[nodiscard]] QString leadingCharacters(const QString &text, int count);
 

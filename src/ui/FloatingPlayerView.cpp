@@ -3,7 +3,7 @@
 #include "app/AppState.h"
 #include "core/Logging.h"
 #include "playback/AudioPlayerManager.h"
-#include "playback/FloatingPlayerWindowController.h"
+#include "ui/FloatingPlayerWindowController.h"
 #include "playback/PlaybackSpeed.h"
 #include "ui/FloatingPlayerResizeGrip.h"
 #include "ui/SnapSlider.h"
@@ -61,11 +61,6 @@ QLabel *makeCaption(QWidget *parent, const QString &objectName)
     label->setFont(font);
     label->setForegroundRole(QPalette::PlaceholderText);
     return label;
-}
-
-QString boolText(bool value)
-{
-    return value ? QStringLiteral("true") : QStringLiteral("false");
 }
 
 } // namespace
@@ -346,12 +341,6 @@ void FloatingPlayerView::resizeEvent(QResizeEvent *event)
     m_resizeGrip->raise();
     updateTitle();
     updateArtwork();
-}
-
-void installFloatingPlayerView()
-{
-    FloatingPlayerWindowController &controller = FloatingPlayerWindowController::shared();
-    controller.setContentView(new FloatingPlayerView(AppState::shared(), AudioPlayerManager::shared(), controller));
 }
 
 } // namespace parlino

@@ -72,8 +72,5 @@ private:
     bool m_dragging = false;
 };
 
-// Puts the floating player view into the shared window controller. Called once at start-up, after
-// the controller exists.
-void installFloatingPlayerView();
 
 } // namespace parlino

@@ -2,6 +2,7 @@
 
 #include "app/PermissionManager.h"
 #include "core/Defaults.h"
+#include "core/SettingsKeys.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -81,7 +82,7 @@ OnboardingWindow::OnboardingWindow(Defaults &defaults, PermissionManager &permis
 
 void OnboardingWindow::showEvent(QShowEvent *event)
 {
-    m_defaults.set(QStringLiteral("hasViewedOnboarding"), true);
+    m_defaults.set(SettingsKeys::hasViewedOnboarding, true);
     m_permissions.checkAccessibilityPermission();
     refreshAccessibility();
     QWidget::showEvent(event);

@@ -1,7 +1,6 @@
 #include "ui/SettingsWindow.h"
 
 #include "app/AppState.h"
-#include "core/Defaults.h"
 #include "playback/PlaybackSpeed.h"
 #include "speech/TTSVoice.h"
 
@@ -14,10 +13,9 @@
 
 namespace parlino {
 
-SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, QWidget *parent)
+SettingsWindow::SettingsWindow(AppState &state, QWidget *parent)
     : QWidget(parent)
     , m_state(state)
-    , m_defaults(defaults)
 {
     setObjectName(QStringLiteral("SettingsWindow"));
     setWindowTitle(QStringLiteral("Parlino Settings"));
@@ -53,17 +51,13 @@ SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, QWidget *par
 
     connect(m_voice, &QComboBox::currentIndexChanged, this, [this] {
         const QString id = m_voice->currentData().toString();
-        if (const std::optional<TTSVoice> voice = ttsVoiceFromIdentifier(id)) {
-            m_state.setSelectedVoice(*voice);
-            m_defaults.set(QStringLiteral("defaultVoice"), QString(QStringLiteral("openai:") + id));
-        }
+        if (const std::optional<TTSVoice> voice = ttsVoiceFromIdentifier(id))
+            m_state.saveDefaultVoice(*voice);
     });
     connect(m_speed, &QComboBox::currentIndexChanged, this, [this] {
         const double rate = m_speed->currentData().toDouble();
-        if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(rate)) {
-            m_state.setCurrentSpeed(*speed);
-            m_defaults.set(QStringLiteral("defaultSpeed"), rate);
-        }
+        if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(rate))
+            m_state.saveDefaultSpeed(*speed);
     });
     connect(choose, &QPushButton::clicked, this, &SettingsWindow::chooseDownloadFolder);
     connect(&m_state, &AppState::downloadLocationChanged, this, &SettingsWindow::refreshDownloadFolder);

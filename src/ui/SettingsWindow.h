@@ -8,20 +8,18 @@ class QLabel;
 namespace parlino {
 
 class AppState;
-class Defaults;
 
 // General settings: the default voice and speed and the folder for exported audio.
 class SettingsWindow final : public QWidget {
     Q_OBJECT
 public:
-    SettingsWindow(AppState &state, Defaults &defaults, QWidget *parent = nullptr);
+    explicit SettingsWindow(AppState &state, QWidget *parent = nullptr);
 
 private:
     void chooseDownloadFolder();
     void refreshDownloadFolder();
 
     AppState &m_state;
-    Defaults &m_defaults;
     QComboBox *m_voice = nullptr;
     QComboBox *m_speed = nullptr;
     QLabel *m_folder = nullptr;

@@ -2,6 +2,7 @@
 
 #include "core/Defaults.h"
 #include "core/Logging.h"
+#include "core/SettingsKeys.h"
 
 #include <QtGlobal>
 
@@ -12,9 +13,9 @@ namespace parlino {
 
 namespace {
 
-double storedNonNegative(const Defaults &defaults, const char *key)
+double storedNonNegative(const Defaults &defaults, const QString &key)
 {
-    const double value = defaults.doubleForKey(QLatin1String(key));
+    const double value = defaults.doubleForKey(key);
     return std::isfinite(value) && value > 0 ? value : 0.0;
 }
 
@@ -23,16 +24,10 @@ double storedNonNegative(const Defaults &defaults, const char *key)
 UsageTracker::UsageTracker(Defaults &defaults, QObject *parent)
     : QObject(parent)
     , m_defaults(defaults)
-    , m_totalListeningTime(storedNonNegative(defaults, kTotalListeningTimeKey))
-    , m_playbackSpeedSum(storedNonNegative(defaults, kPlaybackSpeedSumKey))
-    , m_playbackSpeedCount(std::max<qint64>(0, defaults.integerForKey(QLatin1String(kPlaybackSpeedCountKey))))
+    , m_totalListeningTime(storedNonNegative(defaults, SettingsKeys::totalListeningTime))
+    , m_playbackSpeedSum(storedNonNegative(defaults, SettingsKeys::playbackSpeedSum))
+    , m_playbackSpeedCount(std::max<qint64>(0, defaults.integerForKey(SettingsKeys::playbackSpeedCount)))
 {
-}
-
-UsageTracker &UsageTracker::shared()
-{
-    static auto *instance = new UsageTracker(Defaults::shared());
-    return *instance;
 }
 
 double UsageTracker::averagePlaybackSpeed() const
@@ -65,9 +60,9 @@ void UsageTracker::recordPlaybackSpeed(double speed)
 
 void UsageTracker::save()
 {
-    m_defaults.set(QLatin1String(kTotalListeningTimeKey), m_totalListeningTime);
-    m_defaults.set(QLatin1String(kPlaybackSpeedSumKey), m_playbackSpeedSum);
-    m_defaults.set(QLatin1String(kPlaybackSpeedCountKey), m_playbackSpeedCount);
+    m_defaults.set(SettingsKeys::totalListeningTime, m_totalListeningTime);
+    m_defaults.set(SettingsKeys::playbackSpeedSum, m_playbackSpeedSum);
+    m_defaults.set(SettingsKeys::playbackSpeedCount, m_playbackSpeedCount);
 }
 
 } // namespace parlino

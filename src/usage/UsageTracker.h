@@ -16,14 +16,10 @@ class UsageTracker final : public QObject {
     Q_PROPERTY(qint64 playbackSpeedCount READ playbackSpeedCount NOTIFY playbackSpeedChanged)
 
 public:
-    static constexpr auto kTotalListeningTimeKey = "totalListeningTime";
-    static constexpr auto kPlaybackSpeedSumKey = "playbackSpeedSum";
-    static constexpr auto kPlaybackSpeedCountKey = "playbackSpeedCount";
 
     // Reads the stored figures; absent or unreadable values start at zero.
     explicit UsageTracker(Defaults &defaults, QObject *parent = nullptr);
 
-    static UsageTracker &shared();
 
     // Seconds of listening, summed over all sessions.
     [[nodiscard]] double totalListeningTime() const { return m_totalListeningTime; }

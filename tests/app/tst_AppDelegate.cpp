@@ -1,9 +1,9 @@
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
-#include "app/StatusBarController.h"
+#include "ui/StatusBarController.h"
 #include "core/Defaults.h"
-#include "core/ManualClock.h"
+#include "ManualClock.h"
 
 #include "FakePermissionProbe.h"
 #include "LogCapture.h"
@@ -236,7 +236,7 @@ private:
             m_created << QStringLiteral("statusBar");
             m_statusBar = std::make_unique<StatusBarController>(StatusBarController::PopoverContentFactory(),
                                                                 std::nullopt);
-            return m_statusBar.get();
+            m_statusBar->setupStatusBar();
         };
         parts.showOnboarding = [this] { ++m_onboardingShown; };
         parts.syncAccount = [this](const QString &email) { m_synced << email; };

@@ -1,7 +1,7 @@
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
 #include "core/Defaults.h"
-#include "core/ManualClock.h"
+#include "ManualClock.h"
 
 #include "FakePermissionProbe.h"
 #include "LogCapture.h"

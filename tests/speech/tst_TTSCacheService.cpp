@@ -3,7 +3,7 @@
 #include "AwaitTask.h"
 #include "LogCapture.h"
 #include "TestEnvironment.h"
-#include "core/ManualClock.h"
+#include "ManualClock.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,7 +2,12 @@
 
 #include "platform/linux/DBusApplicationService.h"
 
+#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QDeadlineTimer>
+#include <QProcess>
 #include <QDBusMessage>
+#include <QThread>
 
 namespace parlino {
 
@@ -51,6 +56,48 @@ bool DBusServicesEndpoint::call(const QString &method, const QString &text, QStr
         return false;
     }
     return true;
+}
+
+namespace {
+
+constexpr int kStartTimeoutMs = 20000;
+
+bool isRunning(QDBusConnection &bus)
+{
+    return bus.interface()->isServiceRegistered(DBusApplicationService::serviceName).value();
+}
+
+// Starts the tray app in the background and waits until it offers its services.
+bool startApp(QDBusConnection &bus)
+{
+    if (!QProcess::startDetached(QCoreApplication::applicationFilePath(), {}))
+        return false;
+    QDeadlineTimer deadline(kStartTimeoutMs);
+    while (!deadline.hasExpired()) {
+        if (isRunning(bus)) {
+            // The name is claimed before the services are exported; give start-up a moment to finish.
+            QThread::msleep(300);
+            return true;
+        }
+        QThread::msleep(100);
+    }
+    return false;
+}
+
+} // namespace
+
+bool DBusServicesEndpoint::callStartingApp(const QString &method, const QString &text, QString *error)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        *error = QStringLiteral("no D-Bus session bus; start Parlino from your desktop session");
+        return false;
+    }
+    if (!isRunning(bus) && !startApp(bus)) {
+        *error = QStringLiteral("could not start Parlino");
+        return false;
+    }
+    return call(method, text, error, bus);
 }
 
 } // namespace parlino

@@ -29,6 +29,9 @@ public:
     // Calls the running instance; false with `error` set (the service's own text when it answered).
     static bool call(const QString &method, const QString &text, QString *error,
                      const QDBusConnection &bus = QDBusConnection::sessionBus());
+    // Like call(), but first starts this program in the background when no instance runs in the
+    // session, and waits until it offers its services.
+    static bool callStartingApp(const QString &method, const QString &text, QString *error);
 
 public Q_SLOTS:
     Q_SCRIPTABLE void ReadAloud(const QString &text);

@@ -9,12 +9,6 @@ LinuxInputPlatform::LinuxInputPlatform()
 {
 }
 
-void LinuxInputPlatform::install()
-{
-    static LinuxInputPlatform *platform = new LinuxInputPlatform;
-    InputPlatform::install(*platform);
-}
-
 TextCaptureService::Platform LinuxInputPlatform::textCapturePlatform()
 {
     return {&m_accessibility, &m_clipboard, &m_keys, &m_windows};

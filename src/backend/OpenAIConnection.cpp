@@ -1,0 +1,101 @@
+#include "backend/OpenAIConnection.h"
+
+#include "backend/KeychainService.h"
+#include "backend/NetworkError.h"
+#include "backend/OpenAIError.h"
+#include "core/Defaults.h"
+#include "core/Logging.h"
+#include "core/SettingsKeys.h"
+
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QStringDecoder>
+
+#include <qcoro/qcoronetworkreply.h>
+
+#include <memory>
+
+namespace parlino {
+
+QString errorMessageFromBody(const QByteArray &body)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(body);
+    if (decoder.hasError())
+        return QStringLiteral("Unknown error");
+    return text;
+}
+
+OpenAIConnection::OpenAIConnection(std::optional<QString> apiKey, QString baseURL, QNetworkAccessManager *network,
+                                   QObject *parent)
+    : QObject(parent)
+    , m_apiKey(std::move(apiKey))
+    , m_baseURL(std::move(baseURL))
+    , m_network(network ? network : new QNetworkAccessManager(this))
+{
+}
+
+OpenAIConnection::~OpenAIConnection() = default;
+
+std::optional<QString> OpenAIConnection::lookUpAPIKey(KeychainService &keychain, Defaults &defaults)
+{
+    const QString fromEnvironment = qEnvironmentVariable("OPENAI_API_KEY");
+    if (!fromEnvironment.isEmpty()) {
+        PLOG(lcSpeech) << "✅ Loaded OpenAI API key from environment variable";
+        return fromEnvironment;
+    }
+    if (auto fromKeychain = keychain.get(SettingsKeys::openAIAPIKey)) {
+        PLOG(lcSpeech) << "✅ Loaded OpenAI API key from Keychain";
+        return fromKeychain;
+    }
+    if (auto fromDefaults = defaults.stringForKey(SettingsKeys::openAIAPIKey);
+        fromDefaults && !fromDefaults->isEmpty()) {
+        PLOG(lcSpeech) << "✅ Loaded OpenAI API key from UserDefaults";
+        return fromDefaults;
+    }
+    PLOG(lcSpeech) << "⚠️ No OpenAI API key found - please configure in settings";
+    return std::nullopt;
+}
+
+QString OpenAIConnection::defaultBaseURL()
+{
+    const QString fromEnvironment = qEnvironmentVariable("OPENAI_BASE_URL");
+    if (!fromEnvironment.isEmpty())
+        return fromEnvironment.endsWith(u'/') ? fromEnvironment.chopped(1) : fromEnvironment;
+    return QStringLiteral("https://api.openai.com/v1");
+}
+
+std::optional<QUrl> OpenAIConnection::endpoint(const QString &path) const
+{
+    const QUrl url(m_baseURL + path, QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty() || (url.scheme() != u"https" && url.scheme() != u"http"))
+        return std::nullopt;
+    return url;
+}
+
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body)
+{
+    QNetworkRequest request(url);
+    request.setRawHeader("Authorization", "Bearer " + m_apiKey.value_or(QString()).toUtf8());
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
+    request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
+
+    const QByteArray payload = QJsonDocument(body).toJson(QJsonDocument::Compact);
+    // The coroutine resumes inside the reply's finished signal, so the reply must outlive this frame.
+    const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_network->post(request, payload), [](QNetworkReply *finished) { finished->deleteLater(); });
+    QNetworkReply *pending = reply.get();
+    co_await pending;
+
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!status.isValid()) {
+        if (reply->error() != QNetworkReply::NoError)
+            throw NetworkError::fromReply(*reply);
+        throw OpenAIError::invalidResponse();
+    }
+    co_return HttpAnswer{status.toInt(), reply->readAll()};
+}
+
+} // namespace parlino

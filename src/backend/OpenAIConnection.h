@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonObject>
+#include <QObject>
+#include <QString>
+#include <QUrl>
+
+#include <qcoro/qcorotask.h>
+
+#include <chrono>
+#include <optional>
+
+class QNetworkAccessManager;
+
+namespace parlino {
+
+class Defaults;
+class KeychainService;
+
+// What every OpenAI request shares: the key, the API root, the HTTP client and the time-out. The
+// speech and chat sides build their requests on it.
+//
+// Failures reach the caller as OpenAIError (an unusable answer) or NetworkError (no answer at all).
+class OpenAIConnection final : public QObject {
+    Q_OBJECT
+public:
+    static constexpr std::chrono::milliseconds defaultRequestTimeout{60000};
+
+    struct HttpAnswer {
+        int statusCode = 0;
+        QByteArray body;
+    };
+
+    // apiKey: the key sent as bearer token (an absent key is sent empty and the service refuses it).
+    // baseURL: the API root including "/v1". network: nullptr gives the connection its own manager.
+    OpenAIConnection(std::optional<QString> apiKey, QString baseURL, QNetworkAccessManager *network = nullptr,
+                     QObject *parent = nullptr);
+    ~OpenAIConnection() override;
+
+    // OPENAI_API_KEY from the environment, else the keyring item "openai_api_key", else the defaults
+    // string "openai_api_key"; logs where it came from.
+    [[nodiscard]] static std::optional<QString> lookUpAPIKey(KeychainService &keychain, Defaults &defaults);
+    // OPENAI_BASE_URL when set (OpenAI-compatible servers, the test server), else OpenAI's own.
+    [[nodiscard]] static QString defaultBaseURL();
+
+    [[nodiscard]] const std::optional<QString> &apiKey() const { return m_apiKey; }
+    [[nodiscard]] const QString &baseURL() const { return m_baseURL; }
+    // Idle time after which a request gives up; 60 s unless a test shortens it.
+    void setRequestTimeout(std::chrono::milliseconds timeout) { m_requestTimeout = timeout; }
+
+    // baseURL + path, or nothing when that is no usable URL.
+    [[nodiscard]] std::optional<QUrl> endpoint(const QString &path) const;
+    // POSTs body as JSON with the key; any HTTP answer comes back, whatever its status.
+    QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body);
+
+private:
+    std::optional<QString> m_apiKey;
+    QString m_baseURL;
+    QNetworkAccessManager *m_network;
+    std::chrono::milliseconds m_requestTimeout = defaultRequestTimeout;
+};
+
+// The body of a failed answer as the error's message: its UTF-8 text, "Unknown error" when it is not UTF-8.
+[[nodiscard]] QString errorMessageFromBody(const QByteArray &body);
+
+} // namespace parlino

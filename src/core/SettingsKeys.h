@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QString>
+
+// Every key the app keeps in the settings file, in one place, so a key is spelled once and a reader
+// can see at a glance what the file holds.
+namespace parlino::SettingsKeys {
+
+// First start and onboarding.
+inline const QString onboardingCompleted = QStringLiteral("onboardingCompleted");
+inline const QString hasLaunchedBefore = QStringLiteral("hasLaunchedBefore");
+inline const QString hasViewedOnboarding = QStringLiteral("hasViewedOnboarding");
+
+// The user's choices.
+inline const QString defaultVoice = QStringLiteral("defaultVoice");
+inline const QString defaultSpeed = QStringLiteral("defaultSpeed");
+inline const QString downloadLocation = QStringLiteral("downloadLocationBookmark");
+inline const QString customKeyboardShortcuts = QStringLiteral("customKeyboardShortcuts");
+// Where a shortcuts value that could not be read is kept, so a bad edit loses nothing.
+inline const QString customKeyboardShortcutsUnreadable = QStringLiteral("customKeyboardShortcutsUnreadable");
+
+// The OpenAI key, as the last place the key lookup tries (also the keyring item's account name).
+inline const QString openAIAPIKey = QStringLiteral("openai_api_key");
+
+// Account and backend.
+inline const QString userEmail = QStringLiteral("userEmail");
+// The backend's device identifier; the older spelling "deviceId" is app data that a reset removes.
+inline const QString deviceID = QStringLiteral("deviceID");
+inline const QString legacyDeviceId = QStringLiteral("deviceId");
+
+// Listening figures.
+inline const QString totalListeningTime = QStringLiteral("totalListeningTime");
+inline const QString playbackSpeedSum = QStringLiteral("playbackSpeedSum");
+inline const QString playbackSpeedCount = QStringLiteral("playbackSpeedCount");
+
+// Not a setting anyone edits: the floating player's last size, so it opens as the user left it.
+inline const QString floatingPlayerSize = QStringLiteral("floatingPlayerSize");
+
+} // namespace parlino::SettingsKeys

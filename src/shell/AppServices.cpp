@@ -1,0 +1,184 @@
+#include "shell/AppServices.h"
+
+#include "ai/OpenAIClient.h"
+#include "app/AppShortcutActions.h"
+#include "app/AppState.h"
+#include "app/PermissionManager.h"
+#include "app/ServicesProvider.h"
+#include "backend/KeychainService.h"
+#include "backend/OpenAIConnection.h"
+#include "core/Clock.h"
+#include "core/Defaults.h"
+#include "input/KeyboardShortcutManager.h"
+#include "input/KeyboardShortcutPreferences.h"
+#include "input/TextCaptureService.h"
+#include "platform/linux/DesktopNotifier.h"
+#include "platform/linux/LinuxInputPlatform.h"
+#include "platform/linux/LinuxPermissionProbe.h"
+#include "platform/linux/X11WindowHints.h"
+#include "playback/AudioPlayerManager.h"
+#include "playback/MpvAudioEngine.h"
+#include "speech/SpeechSynthesizer.h"
+#include "speech/TTSCacheService.h"
+#include "ui/FloatingPlayerView.h"
+#include "ui/FloatingPlayerWindowController.h"
+#include "ui/MessageBoxPermissionDialogs.h"
+#include "usage/UsageTracker.h"
+
+#include <QCoreApplication>
+#include <QUrl>
+
+namespace parlino {
+
+AppServices::AppServices() = default;
+
+AppServices::~AppServices() = default;
+
+Defaults &AppServices::defaults()
+{
+    return Defaults::shared();
+}
+
+KeychainService &AppServices::keychain()
+{
+    return KeychainService::shared();
+}
+
+OpenAIConnection &AppServices::openAIConnection()
+{
+    // The key is looked up once, when the connection is made.
+    if (!m_openAIConnection)
+        m_openAIConnection = std::make_unique<OpenAIConnection>(
+            OpenAIConnection::lookUpAPIKey(keychain(), defaults()), OpenAIConnection::defaultBaseURL());
+    return *m_openAIConnection;
+}
+
+TTSCacheService &AppServices::speechCache()
+{
+    if (!m_speechCache)
+        m_speechCache = std::make_unique<TTSCacheService>();
+    return *m_speechCache;
+}
+
+SpeechSynthesizer &AppServices::speechSynthesizer()
+{
+    if (!m_speechSynthesizer) {
+        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(openAIConnection(), speechCache());
+        // The desktop shows a long text's progress; the command line has no state to show it in.
+        if (m_appState)
+            connectSpeechProgress();
+    }
+    return *m_speechSynthesizer;
+}
+
+OpenAIClient &AppServices::openAIClient()
+{
+    if (!m_openAIClient)
+        m_openAIClient = std::make_unique<OpenAIClient>(openAIConnection(), speechSynthesizer());
+    return *m_openAIClient;
+}
+
+AppState &AppServices::appState()
+{
+    if (!m_appState) {
+        m_appState = std::make_unique<AppState>(defaults());
+        if (m_speechSynthesizer)
+            connectSpeechProgress();
+    }
+    return *m_appState;
+}
+
+void AppServices::connectSpeechProgress()
+{
+    QObject::connect(m_speechSynthesizer.get(), &SpeechSynthesizer::progressChanged, m_appState.get(),
+                     [state = m_appState.get()](double progress, const QString &message) {
+                         state->setProcessingProgress(progress);
+                         state->setProcessingMessage(message);
+                     });
+}
+
+DesktopNotifier &AppServices::notifier()
+{
+    if (!m_notifier)
+        m_notifier = std::make_unique<DesktopNotifier>();
+    return *m_notifier;
+}
+
+UsageTracker &AppServices::usageTracker()
+{
+    if (!m_usageTracker)
+        m_usageTracker = std::make_unique<UsageTracker>(defaults());
+    return *m_usageTracker;
+}
+
+AudioPlayerManager &AppServices::player()
+{
+    if (!m_player) {
+        // libmpv on PulseAudio (or ALSA).
+        m_audioEngine = std::make_unique<MpvAudioEngine>();
+        m_player = std::make_unique<AudioPlayerManager>(*m_audioEngine, usageTracker(), defaults(), Clock::system());
+        appState().mirrorPlayer(*m_player);
+        // Leave the sound server cleanly while the event loop still runs.
+        QObject::connect(qApp, &QCoreApplication::aboutToQuit, m_audioEngine.get(),
+                         [engine = m_audioEngine.get()] { engine->shutdown(); });
+    }
+    return *m_player;
+}
+
+ServicesProvider &AppServices::servicesProvider()
+{
+    if (!m_servicesProvider) {
+        AudioPlayerManager *audioPlayer = &player();
+        m_servicesProvider = std::make_unique<ServicesProvider>(
+            appState(), openAIClient(), speechCache(), [audioPlayer](const QUrl &url) { audioPlayer->play(url); },
+            notifier());
+    }
+    return *m_servicesProvider;
+}
+
+TextCaptureService &AppServices::textCapture()
+{
+    if (!m_textCapture) {
+        m_inputPlatform = std::make_unique<LinuxInputPlatform>();
+        m_textCapture = std::make_unique<TextCaptureService>(defaults(), m_inputPlatform->textCapturePlatform());
+    }
+    return *m_textCapture;
+}
+
+KeyboardShortcutManager &AppServices::shortcutManager()
+{
+    if (!m_shortcutManager) {
+        m_shortcutActions = std::make_unique<AppShortcutActions>(servicesProvider(), player(), appState(),
+                                                                 textCapture(), notifier());
+        m_shortcutPreferences = std::make_unique<KeyboardShortcutPreferences>(defaults());
+        m_shortcutManager = std::make_unique<KeyboardShortcutManager>(
+            LinuxInputPlatform::createHotKeyBackend(), *m_shortcutPreferences, textCapture(), appState(),
+            m_shortcutActions.get());
+    }
+    return *m_shortcutManager;
+}
+
+PermissionManager &AppServices::permissionManager()
+{
+    if (!m_permissionManager) {
+        m_permissionProbe = std::make_unique<LinuxPermissionProbe>();
+        m_permissionDialogs = std::make_unique<MessageBoxPermissionDialogs>();
+        m_permissionManager = std::make_unique<PermissionManager>(*m_permissionProbe, *m_permissionDialogs,
+                                                                  appState(), Clock::system());
+        QObject::connect(m_permissionManager.get(), &PermissionManager::quitRequested, qApp,
+                         &QCoreApplication::quit, Qt::QueuedConnection);
+    }
+    return *m_permissionManager;
+}
+
+FloatingPlayerWindowController &AppServices::floatingPlayer()
+{
+    if (!m_floatingPlayer) {
+        m_floatingPlayer = std::make_unique<FloatingPlayerWindowController>(appState(), player(),
+                                                                            &X11WindowHints::placeOnAllDesktops);
+        m_floatingPlayer->setContentView(new FloatingPlayerView(appState(), player(), *m_floatingPlayer));
+    }
+    return *m_floatingPlayer;
+}
+
+} // namespace parlino

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <memory>
+
+namespace parlino {
+
+class AppShortcutActions;
+class AppState;
+class AudioPlayerManager;
+class Defaults;
+class DesktopNotifier;
+class FloatingPlayerWindowController;
+class KeyboardShortcutManager;
+class KeyboardShortcutPreferences;
+class KeychainService;
+class LinuxInputPlatform;
+class LinuxPermissionProbe;
+class MessageBoxPermissionDialogs;
+class MpvAudioEngine;
+class OpenAIClient;
+class OpenAIConnection;
+class PermissionManager;
+class ServicesProvider;
+class SpeechSynthesizer;
+class TTSCacheService;
+class TextCaptureService;
+class UsageTracker;
+
+// The process's long-lived objects, each built on first use with the others it needs, and wired
+// together: the one place that knows which concrete class stands behind each interface. The command
+// line subcommands ask only for what they use, so they never build the desktop parts.
+class AppServices final {
+public:
+    AppServices();
+    ~AppServices();
+    AppServices(const AppServices &) = delete;
+    AppServices &operator=(const AppServices &) = delete;
+
+    Defaults &defaults();
+    KeychainService &keychain();
+
+    OpenAIConnection &openAIConnection();
+    TTSCacheService &speechCache();
+    SpeechSynthesizer &speechSynthesizer();
+    OpenAIClient &openAIClient();
+
+    // Everything below needs the application object of a desktop session.
+    AppState &appState();
+    DesktopNotifier &notifier();
+    UsageTracker &usageTracker();
+    AudioPlayerManager &player();
+    ServicesProvider &servicesProvider();
+    TextCaptureService &textCapture();
+    KeyboardShortcutManager &shortcutManager();
+    PermissionManager &permissionManager();
+    FloatingPlayerWindowController &floatingPlayer();
+
+private:
+    // Long texts report their progress into the application state, once both exist.
+    void connectSpeechProgress();
+
+    // Declared in the order of building, so each object goes before the objects it uses.
+    std::unique_ptr<OpenAIConnection> m_openAIConnection;
+    std::unique_ptr<TTSCacheService> m_speechCache;
+    std::unique_ptr<SpeechSynthesizer> m_speechSynthesizer;
+    std::unique_ptr<OpenAIClient> m_openAIClient;
+    std::unique_ptr<AppState> m_appState;
+    std::unique_ptr<DesktopNotifier> m_notifier;
+    std::unique_ptr<UsageTracker> m_usageTracker;
+    std::unique_ptr<MpvAudioEngine> m_audioEngine;
+    std::unique_ptr<AudioPlayerManager> m_player;
+    std::unique_ptr<ServicesProvider> m_servicesProvider;
+    std::unique_ptr<LinuxInputPlatform> m_inputPlatform;
+    std::unique_ptr<TextCaptureService> m_textCapture;
+    std::unique_ptr<AppShortcutActions> m_shortcutActions;
+    std::unique_ptr<KeyboardShortcutPreferences> m_shortcutPreferences;
+    std::unique_ptr<KeyboardShortcutManager> m_shortcutManager;
+    std::unique_ptr<LinuxPermissionProbe> m_permissionProbe;
+    std::unique_ptr<MessageBoxPermissionDialogs> m_permissionDialogs;
+    std::unique_ptr<PermissionManager> m_permissionManager;
+    std::unique_ptr<FloatingPlayerWindowController> m_floatingPlayer;
+};
+
+} // namespace parlino

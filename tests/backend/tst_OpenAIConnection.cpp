@@ -1,0 +1,88 @@
+#include "backend/OpenAIConnection.h"
+
+#include "LogCapture.h"
+#include "TestEnvironment.h"
+#include "backend/KeychainService.h"
+#include "core/Defaults.h"
+
+#include <QProcess>
+#include <QTest>
+
+using namespace parlino;
+using namespace parlino::test;
+
+// The key comes from the environment, else the keyring, else the defaults; runs in the desktop rig,
+// whose keyring is real and private to the run.
+class TestOpenAIConnection final : public QObject {
+    Q_OBJECT
+
+private:
+    TestEnvironment m_env;
+    Defaults m_defaults{m_env.defaultsFile()};
+    // A service name of this test's own, so the rig's other tests never see these items.
+    KeychainService m_keychain{QStringLiteral("com.parlino.app.keylookup-test")};
+
+    bool storeInKeyring(const QString &secret)
+    {
+        QProcess tool;
+        tool.start(QStringLiteral("secret-tool"),
+                   {QStringLiteral("store"), QStringLiteral("--label=Parlino test key"), QStringLiteral("user"),
+                    QStringLiteral("openai_api_key"), QStringLiteral("server"), m_keychain.service(),
+                    QStringLiteral("type"), QStringLiteral("plaintext")});
+        tool.write(secret.toUtf8());
+        tool.closeWriteChannel();
+        return tool.waitForFinished(30000) && tool.exitCode() == 0;
+    }
+
+    void clearKeyring()
+    {
+        QProcess::execute(QStringLiteral("secret-tool"),
+                          {QStringLiteral("clear"), QStringLiteral("user"), QStringLiteral("openai_api_key"),
+                           QStringLiteral("server"), m_keychain.service()});
+    }
+
+private Q_SLOTS:
+    void cleanup()
+    {
+        qunsetenv("OPENAI_API_KEY");
+        clearKeyring();
+        m_defaults.remove(QStringLiteral("openai_api_key"));
+    }
+
+    void sourcesAreTriedInOrder()
+    {
+        if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
+            QSKIP("needs the desktop rig's session bus and keyring");
+        LogCapture log;
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), std::nullopt);
+        QVERIFY(log.contains(QStringLiteral("⚠️ No OpenAI API key found - please configure in settings")));
+
+        m_defaults.set(QStringLiteral("openai_api_key"), QString());
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), std::nullopt); // empty counts as none
+        m_defaults.set(QStringLiteral("openai_api_key"), QStringLiteral("from-defaults"));
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-defaults"));
+        QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from UserDefaults")));
+
+        QVERIFY(storeInKeyring(QStringLiteral("from-keyring")));
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-keyring"));
+        QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from Keychain")));
+
+        qputenv("OPENAI_API_KEY", "");
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-keyring"));
+        qputenv("OPENAI_API_KEY", "from-environment");
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-environment"));
+        QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from environment variable")));
+    }
+
+    void baseUrlFollowsTheEnvironment()
+    {
+        qunsetenv("OPENAI_BASE_URL");
+        QCOMPARE(OpenAIConnection::defaultBaseURL(), QStringLiteral("https://api.openai.com/v1"));
+        qputenv("OPENAI_BASE_URL", "http://127.0.0.1:9/v1/");
+        QCOMPARE(OpenAIConnection::defaultBaseURL(), QStringLiteral("http://127.0.0.1:9/v1"));
+        qunsetenv("OPENAI_BASE_URL");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestOpenAIConnection)
+#include "tst_OpenAIConnection.moc"

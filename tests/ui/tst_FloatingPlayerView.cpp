@@ -1,0 +1,298 @@
+// Runs inside the headless desktop: a real X server, window manager and windows.
+#include "LogCapture.h"
+#include "PlaybackFixtures.h"
+#include "TestEnvironment.h"
+
+#include "app/AppState.h"
+#include "core/Defaults.h"
+#include "playback/AudioPlayerManager.h"
+#include "ui/FloatingPlayerWindowController.h"
+#include "playback/MpvAudioEngine.h"
+#include "platform/linux/X11WindowHints.h"
+#include "ui/FloatingPlayerView.h"
+#include "ui/SnapSlider.h"
+#include "usage/UsageTracker.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QImage>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QProcess>
+#include <QScreen>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QToolButton>
+
+#include <memory>
+
+using namespace parlino;
+
+class FloatingPlayerViewTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void formatsTimesAsMinutesAndSeconds();
+    void showsOverAnotherWindowWithTitleTimesAndControls();
+    void dragStaysOnScreenWithTheOverhang();
+    void resizeHandleKeepsTheLimits();
+    void controlsDriveThePlayer();
+    void closeButtonStopsAndHides();
+
+private:
+    [[nodiscard]] bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr);
+    [[nodiscard]] bool xdotool(const QStringList &arguments) { return run(QStringLiteral("xdotool"), arguments); }
+    [[nodiscard]] bool dragWithPointer(QPoint from, QPoint to);
+    [[nodiscard]] QRect windowFrame() const { return m_controller->window()->geometry(); }
+    [[nodiscard]] bool playAndWait(const QString &file);
+    template<typename T> T *child(const char *name) const
+    {
+        return m_controller->window()->findChild<T *>(QLatin1String(name));
+    }
+
+    test::TestEnvironment m_env;
+    QTemporaryDir m_dir;
+    QString m_speech;
+    std::unique_ptr<Defaults> m_defaults;
+    std::unique_ptr<AppState> m_appState;
+    std::unique_ptr<UsageTracker> m_tracker;
+    std::unique_ptr<MpvAudioEngine> m_engine;
+    std::unique_ptr<AudioPlayerManager> m_player;
+    std::unique_ptr<FloatingPlayerWindowController> m_controller;
+    std::unique_ptr<QPlainTextEdit> m_otherWindow;
+};
+
+bool FloatingPlayerViewTest::run(const QString &program, const QStringList &arguments, QByteArray *output)
+{
+    // Keeps this process's event loop turning while the tool talks to the X server.
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForStarted(5000))
+        return false;
+    for (int i = 0; i < 500 && process.state() != QProcess::NotRunning; ++i)
+        QTest::qWait(10);
+    QTest::qWait(50);
+    if (output)
+        *output = process.readAllStandardOutput();
+    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+bool FloatingPlayerViewTest::dragWithPointer(QPoint from, QPoint to)
+{
+    const auto at = [](QPoint p) { return QStringList{QString::number(p.x()), QString::number(p.y())}; };
+    if (!xdotool(QStringList{QStringLiteral("mousemove")} + at(from)) || !xdotool({QStringLiteral("mousedown"), QStringLiteral("1")}))
+        return false;
+    constexpr int steps = 8;
+    for (int i = 1; i <= steps; ++i) {
+        const QPoint p = from + (to - from) * i / steps;
+        if (!xdotool(QStringList{QStringLiteral("mousemove")} + at(p)))
+            return false;
+    }
+    return xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+}
+
+bool FloatingPlayerViewTest::playAndWait(const QString &file)
+{
+    QSignalSpy ready(m_player.get(), &AudioPlayerManager::itemReady);
+    m_player->play(QUrl::fromLocalFile(file));
+    return ready.wait(5000);
+}
+
+void FloatingPlayerViewTest::initTestCase()
+{
+    QVERIFY2(QGuiApplication::platformName() == QLatin1String("xcb"), "run inside scripts/desktop-rig");
+    QVERIFY(m_dir.isValid());
+    m_speech = m_dir.filePath(QStringLiteral("listening.mp3"));
+    QVERIFY(test::makeTimedSpeechMp3(
+                QStringLiteral("Listening is an art. It asks for patience, attention and a quiet place to sit. "
+                               "This recording is long enough to show the player at work."),
+                m_speech)
+            > 5);
+
+    m_defaults = std::make_unique<Defaults>(m_env.defaultsFile());
+    m_appState = std::make_unique<AppState>(*m_defaults);
+    m_tracker = std::make_unique<UsageTracker>(*m_defaults);
+    m_engine = std::make_unique<MpvAudioEngine>(QStringLiteral("null"));
+    m_player = std::make_unique<AudioPlayerManager>(*m_engine, *m_tracker, *m_defaults, Clock::system());
+    m_appState->mirrorPlayer(*m_player);
+    m_controller = std::make_unique<FloatingPlayerWindowController>(*m_appState, *m_player,
+                                                                    &X11WindowHints::placeOnAllDesktops);
+    m_controller->setContentView(new FloatingPlayerView(*m_appState, *m_player, *m_controller));
+
+    // Someone else's window under the player: a text editor filling most of the screen.
+    m_otherWindow = std::make_unique<QPlainTextEdit>();
+    m_otherWindow->setWindowTitle(QStringLiteral("Article"));
+    m_otherWindow->setPlainText(QStringLiteral("The quiet art of listening.\n\n").repeated(40));
+    m_otherWindow->setGeometry(140, 100, 1000, 620);
+    m_otherWindow->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_otherWindow.get()));
+}
+
+void FloatingPlayerViewTest::formatsTimesAsMinutesAndSeconds()
+{
+    QCOMPARE(FloatingPlayerView::formatTime(0), QStringLiteral("0:00"));
+    QCOMPARE(FloatingPlayerView::formatTime(7.9), QStringLiteral("0:07"));
+    QCOMPARE(FloatingPlayerView::formatTime(65), QStringLiteral("1:05"));
+    QCOMPARE(FloatingPlayerView::formatTime(750.2), QStringLiteral("12:30"));
+    QCOMPARE(FloatingPlayerView::formatTime(-3), QStringLiteral("0:00"));
+    QCOMPARE(FloatingPlayerView::formatTime(std::nan("")), QStringLiteral("0:00"));
+}
+
+void FloatingPlayerViewTest::showsOverAnotherWindowWithTitleTimesAndControls()
+{
+    // What the command line does: play a file and name it.
+    m_appState->setCurrentPlayingTitle(QStringLiteral("The Quiet Art of Listening"));
+    QVERIFY(playAndWait(m_speech));
+    QTRY_VERIFY(m_controller->isShown());
+    QVERIFY(QTest::qWaitForWindowExposed(m_controller->window()));
+    QTRY_VERIFY_WITH_TIMEOUT(m_appState->currentTime() >= 1.0, 5000);
+    m_player->togglePlayPause(); // a still picture
+    QTest::qWait(300);
+
+    QCOMPARE(child<QLabel>("titleLabel")->toolTip(), QStringLiteral("The Quiet Art of Listening"));
+    QCOMPARE(child<QLabel>("elapsedLabel")->text(), FloatingPlayerView::formatTime(m_appState->currentTime()));
+    QCOMPARE(child<QLabel>("totalLabel")->text(), FloatingPlayerView::formatTime(m_player->duration()));
+    QCOMPARE(child<QLabel>("speedValueLabel")->text(), QStringLiteral("1x"));
+    QCOMPARE(child<QToolButton>("playPauseButton")->toolTip(), QStringLiteral("Play/Pause (Space)"));
+    QCOMPARE(child<QToolButton>("skipBackButton")->toolTip(), QStringLiteral("Skip back 15 seconds"));
+    QCOMPARE(child<QToolButton>("skipForwardButton")->toolTip(), QStringLiteral("Skip forward 30 seconds"));
+
+    // On every desktop.
+    QByteArray xprop;
+    QVERIFY(run(QStringLiteral("xprop"), {QStringLiteral("-id"), QString::number(m_controller->window()->winId()),
+                                          QStringLiteral("_NET_WM_STATE"), QStringLiteral("_NET_WM_DESKTOP")},
+                &xprop));
+    QVERIFY2(xprop.contains("_NET_WM_STATE_STICKY") || xprop.contains("4294967295"), xprop.constData());
+    QVERIFY2(xprop.contains("_NET_WM_STATE_ABOVE"), xprop.constData());
+
+    // The screen shows the player, not the editor, where the player is.
+    const QString shot = m_dir.filePath(QStringLiteral("floating-player.png"));
+    QVERIFY(run(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), shot}));
+    const QImage screen(shot);
+    QCOMPARE(screen.size(), QSize(1280, 800));
+    const QImage player = m_controller->window()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    const QRect frame = windowFrame();
+    QVERIFY(frame.intersects(m_otherWindow->geometry()));
+    int same = 0;
+    int total = 0;
+    for (int y = 0; y < frame.height(); y += 3) {
+        for (int x = 0; x < frame.width(); x += 3) {
+            ++total;
+            const QColor a = screen.pixelColor(frame.x() + x, frame.y() + y);
+            const QColor b = player.pixelColor(x, y);
+            if (std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue()) < 24)
+                ++same;
+        }
+    }
+    QCOMPARE_GT(same, total * 9 / 10);
+    qInfo() << "screenshot:" << shot;
+    if (const QByteArray docs = qgetenv("PARLINO_UPDATE_SCREENSHOTS"); !docs.isEmpty()) {
+        const QString target = test::sourceDir() + QStringLiteral("/../docs/images/floating-player.png");
+        QDir().mkpath(QFileInfo(target).absolutePath());
+        QFile::remove(target);
+        QVERIFY(QFile::copy(shot, target));
+    }
+}
+
+void FloatingPlayerViewTest::dragStaysOnScreenWithTheOverhang()
+{
+    QVERIFY(m_controller->isShown());
+    const QRect area = m_controller->window()->screen()->availableGeometry();
+    QLabel *title = child<QLabel>("statusLabel");
+    const QPoint grab = title->mapToGlobal(QPoint(5, title->height() / 2));
+
+    // Far to the right and up: stops with 20 points past the right and top edges.
+    QVERIFY(dragWithPointer(grab, QPoint(1279, 0)));
+    QTRY_COMPARE(windowFrame().x(), area.x() + area.width() - windowFrame().width() + 20);
+    QCOMPARE(windowFrame().y(), std::max(area.y() - 20, windowFrame().y()));
+
+    // Far to the left and down: no overhang there.
+    const QPoint again = title->mapToGlobal(QPoint(5, title->height() / 2));
+    QVERIFY(dragWithPointer(again, QPoint(0, 799)));
+    QTRY_COMPARE(windowFrame().x(), area.x());
+    QTRY_COMPARE(windowFrame().y(), area.y() + area.height() - windowFrame().height());
+}
+
+void FloatingPlayerViewTest::resizeHandleKeepsTheLimits()
+{
+    // Start from the middle of the screen.
+    m_controller->show();
+    QTest::qWait(200);
+    const QPoint topLeft = windowFrame().topLeft();
+    QWidget *grip = m_controller->window()->findChild<QWidget *>(QStringLiteral("resizeGrip"));
+    QVERIFY(grip);
+
+    // Shrinking far stops at 200 × 180, with the top edge where it was.
+    QVERIFY(dragWithPointer(grip->mapToGlobal(grip->rect().center()),
+                            grip->mapToGlobal(grip->rect().center()) - QPoint(300, 300)));
+    QTRY_COMPARE(windowFrame().size(), QSize(200, 180));
+    QCOMPARE(windowFrame().topLeft(), topLeft);
+    QCOMPARE(m_appState->floatingPlayerSize(), QSizeF(200, 180));
+
+    // Growing far stops at 500 wide; the height follows the pointer up to its limit.
+    const QPoint from = grip->mapToGlobal(grip->rect().center());
+    QVERIFY(dragWithPointer(from, from + QPoint(420, 250)));
+    QTRY_COMPARE(windowFrame().width(), 500);
+    QCOMPARE(windowFrame().height(), 430);
+    QCOMPARE(windowFrame().topLeft(), topLeft);
+    QCOMPARE(m_appState->floatingPlayerSize(), QSizeF(500, 430));
+}
+
+void FloatingPlayerViewTest::controlsDriveThePlayer()
+{
+    QVERIFY(m_player->hasItem());
+    if (m_player->isPlaying())
+        m_player->togglePlayPause();
+    m_player->skip(-100);
+    QTest::qWait(200);
+
+    QTest::mouseClick(child<QToolButton>("skipForwardButton"), Qt::LeftButton);
+    QCOMPARE(m_engine->position(), m_player->duration()); // shorter than 30 s: clamped at the end
+    QTest::mouseClick(child<QToolButton>("skipBackButton"), Qt::LeftButton);
+    QCOMPARE_LT(std::abs(m_engine->position() - std::max(0.0, m_player->duration() - 15)), 0.01);
+
+    QTest::mouseClick(child<QToolButton>("playPauseButton"), Qt::LeftButton);
+    QVERIFY(m_player->isPlaying());
+
+    // The speed slider rests on the listed speeds; a step goes to the next one.
+    auto *slider = child<SnapSlider>("speedSlider");
+    slider->setFocus();
+    QTest::keyClick(slider, Qt::Key_Right);
+    QCOMPARE(m_player->playbackRate(), 1.25F);
+    QCOMPARE(m_appState->currentSpeed(), PlaybackSpeed::x1_25);
+    QCOMPARE(child<QLabel>("speedValueLabel")->text(), QStringLiteral("1.25x"));
+    QCOMPARE(m_engine->rate(), 1.25);
+
+    // While a request is prepared its progress line shows.
+    m_appState->setProcessingMessage(QStringLiteral("Generating audio..."));
+    m_appState->setIsProcessing(true);
+    QVERIFY(child<QLabel>("processingLabel")->isVisible());
+    QCOMPARE(child<QLabel>("processingLabel")->text(), QStringLiteral("Generating audio..."));
+    m_appState->setIsProcessing(false);
+    QVERIFY(!child<QLabel>("processingLabel")->isVisible());
+}
+
+void FloatingPlayerViewTest::closeButtonStopsAndHides()
+{
+    test::LogCapture log;
+    QVERIFY(m_player->isPlaying());
+    m_appState->setPendingOnboardingAudioURL(QStringLiteral("/tmp/onboarding.mp3"));
+    QTest::mouseClick(child<QToolButton>("closeButton"), Qt::LeftButton);
+    QVERIFY(!m_player->isPlaying());
+    QVERIFY(!m_appState->pendingOnboardingAudioURL());
+    QVERIFY(m_appState->showFloatingPlayer()); // left as it was
+    QTRY_VERIFY(!m_controller->window()->isVisible());
+    QVERIFY(log.containsInOrder({QStringLiteral("❌ Close button pressed"), QStringLiteral("   - Stopping audio playback"),
+                                 QStringLiteral("   - Clearing pending onboarding audio"),
+                                 QStringLiteral("   - Hiding floating player"),
+                                 QStringLiteral("✅ Close button handled successfully")}));
+
+    // Playing the next file brings the player back although the flag never changed.
+    QVERIFY(playAndWait(m_speech));
+    QTRY_VERIFY(m_controller->isShown());
+}
+
+QTEST_MAIN(FloatingPlayerViewTest)
+#include "tst_FloatingPlayerView.moc"
