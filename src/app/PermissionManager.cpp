@@ -37,13 +37,7 @@ PermissionManager::~PermissionManager()
 
 bool PermissionManager::queryAccessibility(const char *caller)
 {
-    // Reading another application's selection fails silently without accessibility, so every query
-    // leaves a trace of who asked and when.
-    PLOG(lcApp) << "🔍 DEBUG: About to call AXIsProcessTrusted() from " << QLatin1String(caller) << "()";
-    PLOG(lcApp) << "   Timestamp: " << QString::number(m_clock.now().toMSecsSinceEpoch() / 1000.0, 'f', 3);
-    PLOG(lcApp) << "   Stack trace:";
-    for (const QString &frame : currentStackTrace(2))
-        PLOG(lcApp) << "      " << frame;
+    logAccessibilityQuery(lcApp(), QLatin1String(caller), m_clock.now());
     return m_probe.isAccessibilityEnabled();
 }
 

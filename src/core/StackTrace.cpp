@@ -1,5 +1,9 @@
 #include "core/StackTrace.h"
 
+#include "core/Logging.h"
+
+#include <QDateTime>
+
 #include <cxxabi.h>
 #include <execinfo.h>
 
@@ -39,6 +43,16 @@ QStringList currentStackTrace(int skipFrames)
     for (int i = skipFrames; i < count; ++i)
         frames << (symbols ? demangleFrame(symbols.get()[i]) : QStringLiteral("0x%1").arg(quintptr(addresses[i]), 0, 16));
     return frames;
+}
+
+void logAccessibilityQuery(const QLoggingCategory &category, const QString &caller, const QDateTime &when)
+{
+    PLOG(category) << "🔍 DEBUG: About to call AXIsProcessTrusted() from " << caller << "()";
+    PLOG(category) << "   Timestamp: " << QString::number(static_cast<double>(when.toMSecsSinceEpoch()) / 1000.0, 'f', 3);
+    PLOG(category) << "   Stack trace:";
+    // Skips this function and the frame that called it for the trace.
+    for (const QString &frame : currentStackTrace(3))
+        PLOG(category) << "      " << frame;
 }
 
 } // namespace parlino

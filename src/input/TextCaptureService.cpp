@@ -50,11 +50,7 @@ bool TextCaptureService::onboardingCompleted() const
 
 void TextCaptureService::logTrustCheck(const QString &caller) const
 {
-    PLOG(lcInput) << "🔍 DEBUG: About to call AXIsProcessTrusted() from TextCaptureService." << caller << "()";
-    PLOG(lcInput) << "   Timestamp: " << QString::number(double(QDateTime::currentMSecsSinceEpoch()) / 1000.0, 'f', 3);
-    PLOG(lcInput) << "   Stack trace:";
-    for (const QString &frame : currentStackTrace(2))
-        PLOG(lcInput) << "      " << frame;
+    logAccessibilityQuery(lcInput(), QStringLiteral("TextCaptureService.") + caller, QDateTime::currentDateTime());
 }
 
 std::optional<QString> TextCaptureService::captureSelectedText()
