@@ -25,6 +25,7 @@ class Defaults;
 // signals; services write through the setters. Lives on the main thread.
 class AppState final : public QObject, public ShortcutContext {
     Q_OBJECT
+    // clang-format off
     Q_PROPERTY(bool isPlaying READ isPlaying WRITE setIsPlaying NOTIFY isPlayingChanged)
     Q_PROPERTY(PlaybackSpeed currentSpeed READ currentSpeed WRITE setCurrentSpeed NOTIFY currentSpeedChanged)
     Q_PROPERTY(TTSVoice selectedVoice READ selectedVoice WRITE setSelectedVoice NOTIFY selectedVoiceChanged)
@@ -61,6 +62,7 @@ class AppState final : public QObject, public ShortcutContext {
     Q_PROPERTY(AccountSyncStatus accountSyncStatus READ accountSyncStatus WRITE setAccountSyncStatus NOTIFY accountSyncStatusChanged)
     Q_PROPERTY(bool isOnboardingMode READ isOnboardingMode WRITE setIsOnboardingMode NOTIFY isOnboardingModeChanged)
     Q_PROPERTY(std::optional<QString> pendingOnboardingAudioURL READ pendingOnboardingAudioURL WRITE setPendingOnboardingAudioURL NOTIFY pendingOnboardingAudioURLChanged)
+    // clang-format on
 
 public:
     // The floating player's size limits: the window keeps within them, and a stored size outside them

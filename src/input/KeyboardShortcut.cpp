@@ -15,6 +15,7 @@ struct KeyName {
 };
 
 // Virtual key codes of the ANSI layout and the names Linux desktops show for those keys.
+// clang-format off
 constexpr auto keyNames = std::to_array<KeyName>({
     {0, u"A"}, {1, u"S"}, {2, u"D"}, {3, u"F"}, {4, u"H"}, {5, u"G"}, {6, u"Z"}, {7, u"X"}, {8, u"C"},
     {9, u"V"}, {11, u"B"}, {12, u"Q"}, {13, u"W"}, {14, u"E"}, {15, u"R"}, {16, u"Y"}, {17, u"T"},
@@ -32,6 +33,7 @@ constexpr auto keyNames = std::to_array<KeyName>({
     {117, u"Delete"}, {118, u"F4"}, {119, u"End"}, {120, u"F2"}, {121, u"Page Down"}, {122, u"F1"},
     {123, u"Left"}, {124, u"Right"}, {125, u"Down"}, {126, u"Up"},
 });
+// clang-format on
 
 bool readWholeNumber(const QJsonObject &object, const QString &member, quint32 *value, QString *error)
 {

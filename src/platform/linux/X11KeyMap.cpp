@@ -17,6 +17,7 @@ struct KeyMapping {
 };
 
 // Letters are bound by their lower-case keysym: that is what the key produces without Shift.
+// clang-format off
 constexpr auto keyMappings = std::to_array<KeyMapping>({
     {0, XK_a}, {1, XK_s}, {2, XK_d}, {3, XK_f}, {4, XK_h}, {5, XK_g}, {6, XK_z}, {7, XK_x}, {8, XK_c},
     {9, XK_v}, {11, XK_b}, {12, XK_q}, {13, XK_w}, {14, XK_e}, {15, XK_r}, {16, XK_y}, {17, XK_t},
@@ -35,6 +36,7 @@ constexpr auto keyMappings = std::to_array<KeyMapping>({
     {120, XK_F2}, {121, XK_Page_Down}, {122, XK_F1}, {123, XK_Left}, {124, XK_Right}, {125, XK_Down},
     {126, XK_Up},
 });
+// clang-format on
 
 } // namespace
 
