@@ -27,12 +27,8 @@ int main(int argc, char *argv[])
     parlino::installDefaultMessagePattern();
 
     switch (request.kind) {
-    case parlino::LaunchRequest::Kind::help:
-        std::fputs(qPrintable(parlino::usageText()), stdout);
-        return 0;
-    case parlino::LaunchRequest::Kind::version:
-        std::printf("parlino %s\n", PARLINO_VERSION);
-        return 0;
+    case parlino::LaunchRequest::Kind::help: std::fputs(qPrintable(parlino::usageText()), stdout); return 0;
+    case parlino::LaunchRequest::Kind::version: std::printf("parlino %s\n", PARLINO_VERSION); return 0;
     case parlino::LaunchRequest::Kind::invalid:
         std::fprintf(stderr, "parlino: %s\n\n%s", qPrintable(request.error), qPrintable(parlino::usageText()));
         return 2;
@@ -47,8 +43,7 @@ int main(int argc, char *argv[])
         describeApplication();
         return parlino::ParlinoApp::runServiceRequest(request);
     }
-    default:
-        break;
+    default: break;
     }
 
     QApplication app(argc, argv);

@@ -3,14 +3,13 @@
 // after 1 s. Runs the app's own services in-process against the local OpenAI test server and a
 // selection application. Needs the headless desktop:
 //   scripts/desktop-rig build/<preset>/bench/input/bench_ReadAloudLatency [runs]
+#include "OpenAITestServer.h"
+#include "TestEnvironment.h"
 #include "app/AppState.h"
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
 #include "playback/AudioPlayerManager.h"
 #include "shell/AppServices.h"
-
-#include "OpenAITestServer.h"
-#include "TestEnvironment.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -22,8 +21,8 @@
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
-#include <vector>
 #include <optional>
+#include <vector>
 
 using namespace parlino;
 using namespace std::chrono_literals;
@@ -131,6 +130,7 @@ int main(int argc, char *argv[])
 
     std::printf("key press to first position update (median of %d runs)\n", runs);
     std::printf("  cached text:                               %8.1f ms (%zu runs)\n", median(cached), cached.size());
-    std::printf("  uncached 4000 characters, server after 1 s: %8.1f ms (%zu runs)\n", median(uncached), uncached.size());
+    std::printf("  uncached 4000 characters, server after 1 s: %8.1f ms (%zu runs)\n", median(uncached),
+                uncached.size());
     return 0;
 }

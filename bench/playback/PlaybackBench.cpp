@@ -2,7 +2,6 @@
 // while a file plays and while it is paused. Real MP3 speech, real libmpv, null audio output.
 //   bench/playback/PlaybackBench [runs]
 #include "PlaybackFixtures.h"
-
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "playback/AudioPlayerManager.h"
@@ -16,10 +15,9 @@
 #include <QTimer>
 #include <QUrl>
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <sys/resource.h>
 
 using namespace parlino;
 
@@ -114,8 +112,8 @@ int main(int argc, char **argv)
     }
     player.stop();
 
-    std::printf("play() to first position update: median %.0f ms over %d runs (min %.0f, max %.0f)\n",
-                median(startMs), runs, *std::min_element(startMs.begin(), startMs.end()),
+    std::printf("play() to first position update: median %.0f ms over %d runs (min %.0f, max %.0f)\n", median(startMs),
+                runs, *std::min_element(startMs.begin(), startMs.end()),
                 *std::max_element(startMs.begin(), startMs.end()));
     std::printf("play() to playing (file loaded, output started): median %.1f ms\n", median(readyMs));
     std::printf("CPU while playing: median %.1f%% of one core\n", median(playing) * 100);

@@ -25,8 +25,9 @@ constexpr qint64 audioBytes = 48 * 1024; // about six seconds of 64 kbit/s speec
 
 QString sampleText(int i)
 {
-    return QStringLiteral("Sentence %1 of the benchmark, long enough to look like a real paragraph of reading. ").arg(i)
-           .repeated(4);
+    return QStringLiteral("Sentence %1 of the benchmark, long enough to look like a real paragraph of reading. ")
+        .arg(i)
+        .repeated(4);
 }
 
 // Writes `count` entries straight into the cache's files, as an earlier run would have left them.
@@ -89,7 +90,8 @@ int main(int argc, char *argv[])
         QElapsedTimer timer;
         for (int i = 0; i < samples; ++i) {
             timer.start();
-            const auto hit = QCoro::waitFor(cache.getCachedAudio(sampleText(i * 7 % count), QStringLiteral("alloy"), 1.0));
+            const auto hit =
+                QCoro::waitFor(cache.getCachedAudio(sampleText(i * 7 % count), QStringLiteral("alloy"), 1.0));
             lookUps.push_back(timer.nsecsElapsed());
             if (!hit)
                 return 1;

@@ -90,7 +90,6 @@ int wordCount(const QString &text)
     return static_cast<int>(text.split(whitespace, Qt::SkipEmptyParts).size());
 }
 
-
 // Prompt texts are built outside the coroutines below (GCC 12 rejects some string-builder
 // expressions inside a coroutine body).
 

@@ -11,7 +11,6 @@
 #include <QList>
 #include <QObject>
 #include <QString>
-
 #include <qcoro/qcorotask.h>
 
 #include <optional>

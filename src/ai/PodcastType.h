@@ -10,9 +10,9 @@ namespace parlino {
 // The six podcast styles; the raw value is both the stored form and the display name.
 enum class PodcastType { educational, fictional, business, conversational, deepDive, quickSummary };
 
-inline constexpr std::array<PodcastType, 6> allPodcastTypes{PodcastType::educational,    PodcastType::fictional,
-                                                            PodcastType::business,       PodcastType::conversational,
-                                                            PodcastType::deepDive,       PodcastType::quickSummary};
+inline constexpr std::array<PodcastType, 6> allPodcastTypes{PodcastType::educational, PodcastType::fictional,
+                                                            PodcastType::business,    PodcastType::conversational,
+                                                            PodcastType::deepDive,    PodcastType::quickSummary};
 
 [[nodiscard]] inline QString rawValue(PodcastType type)
 {
@@ -44,16 +44,34 @@ inline constexpr std::array<PodcastType, 6> allPodcastTypes{PodcastType::educati
     double low = 1.0;
     double high = 1.0;
     switch (type) {
-    case PodcastType::educational: low = 1.2; high = 1.5; break;
-    case PodcastType::fictional: low = 1.3; high = 1.7; break;
-    case PodcastType::business: low = 1.1; high = 1.4; break;
-    case PodcastType::conversational: low = 1.4; high = 1.8; break;
-    case PodcastType::deepDive: low = 1.5; high = 2.0; break;
-    case PodcastType::quickSummary: low = 0.3; high = 0.5; break;
+    case PodcastType::educational:
+        low = 1.2;
+        high = 1.5;
+        break;
+    case PodcastType::fictional:
+        low = 1.3;
+        high = 1.7;
+        break;
+    case PodcastType::business:
+        low = 1.1;
+        high = 1.4;
+        break;
+    case PodcastType::conversational:
+        low = 1.4;
+        high = 1.8;
+        break;
+    case PodcastType::deepDive:
+        low = 1.5;
+        high = 2.0;
+        break;
+    case PodcastType::quickSummary:
+        low = 0.3;
+        high = 0.5;
+        break;
     }
     const int minutes = wordCount / 150;
-    return QString::number(static_cast<int>(minutes * low)) + u'\u2013' + QString::number(static_cast<int>(minutes * high))
-           + QStringLiteral(" minutes");
+    return QString::number(static_cast<int>(minutes * low)) + u'\u2013'
+           + QString::number(static_cast<int>(minutes * high)) + QStringLiteral(" minutes");
 }
 
 } // namespace parlino

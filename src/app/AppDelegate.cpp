@@ -43,8 +43,8 @@ std::optional<QString> rawScheme(const QString &url)
 
 } // namespace
 
-AppDelegate::AppDelegate(AppComponents components, Defaults &defaults, AppState &state,
-                         PermissionManager *permissions, Clock &clock, QObject *parent)
+AppDelegate::AppDelegate(AppComponents components, Defaults &defaults, AppState &state, PermissionManager *permissions,
+                         Clock &clock, QObject *parent)
     : QObject(parent)
     , m_components(std::move(components))
     , m_defaults(defaults)

@@ -80,9 +80,15 @@ void AppShortcutActions::adjustSpeedFaster(bool increase)
 
 // Export, the save panel, the library and voice questions arrive with their features; their shortcuts
 // are logged by the shortcut manager and do nothing else yet.
-void AppShortcutActions::downloadAudio() {}
-void AppShortcutActions::saveAudio() {}
-void AppShortcutActions::openLibrary() {}
+void AppShortcutActions::downloadAudio()
+{
+}
+void AppShortcutActions::saveAudio()
+{
+}
+void AppShortcutActions::openLibrary()
+{
+}
 
 void AppShortcutActions::askQuestion()
 {

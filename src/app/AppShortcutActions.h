@@ -17,7 +17,6 @@ public:
     AppShortcutActions(ServicesProvider &services, AudioPlayerManager &player, AppState &state,
                        TextCaptureService &capture, UserNotifier &notifier);
 
-
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
     void createPodcast(const QString &text) override;

@@ -1,10 +1,10 @@
 #include "app/AppState.h"
 
-#include "playback/AudioPlayerManager.h"
 #include "core/Defaults.h"
 #include "core/Logging.h"
 #include "core/Paths.h"
 #include "core/SettingsKeys.h"
+#include "playback/AudioPlayerManager.h"
 
 #include <QDir>
 #include <QFileInfo>

@@ -90,33 +90,36 @@ public:
     [[nodiscard]] bool showingSettings() const { return m_showingSettings; }
     [[nodiscard]] bool showingOnboarding() const { return m_showingOnboarding; }
     [[nodiscard]] bool isProcessing() const override { return m_isProcessing; }
-    [[nodiscard]] const QString & processingMessage() const { return m_processingMessage; }
+    [[nodiscard]] const QString &processingMessage() const { return m_processingMessage; }
     [[nodiscard]] double processingProgress() const { return m_processingProgress; }
     [[nodiscard]] bool showFloatingPlayer() const override { return m_showFloatingPlayer; }
-    [[nodiscard]] const QString & currentPlayingContext() const { return m_currentPlayingContext; }
-    [[nodiscard]] const QString & currentPlayingTitle() const { return m_currentPlayingTitle; }
-    [[nodiscard]] const QSizeF & floatingPlayerSize() const { return m_floatingPlayerSize; }
+    [[nodiscard]] const QString &currentPlayingContext() const { return m_currentPlayingContext; }
+    [[nodiscard]] const QString &currentPlayingTitle() const { return m_currentPlayingTitle; }
+    [[nodiscard]] const QSizeF &floatingPlayerSize() const { return m_floatingPlayerSize; }
     [[nodiscard]] bool keepFloatingPlayerOpen() const { return m_keepFloatingPlayerOpen; }
     [[nodiscard]] bool isAnsweringQuestion() const { return m_isAnsweringQuestion; }
     [[nodiscard]] bool isListeningForQuestion() const { return m_isListeningForQuestion; }
     [[nodiscard]] bool isReadyToSendQuestion() const { return m_isReadyToSendQuestion; }
     [[nodiscard]] float questionAudioAmplitude() const { return m_questionAudioAmplitude; }
-    [[nodiscard]] const QList<AIMessage> & conversationHistory() const { return m_conversationHistory; }
-    [[nodiscard]] const QString & currentQuestion() const { return m_currentQuestion; }
+    [[nodiscard]] const QList<AIMessage> &conversationHistory() const { return m_conversationHistory; }
+    [[nodiscard]] const QString &currentQuestion() const { return m_currentQuestion; }
     [[nodiscard]] bool isGeneratingPodcast() const { return m_isGeneratingPodcast; }
-    [[nodiscard]] const QString & podcastGenerationProgress() const { return m_podcastGenerationProgress; }
+    [[nodiscard]] const QString &podcastGenerationProgress() const { return m_podcastGenerationProgress; }
     [[nodiscard]] PodcastType selectedPodcastType() const { return m_selectedPodcastType; }
     [[nodiscard]] bool isDownloading() const { return m_isDownloading; }
     [[nodiscard]] bool isSavingAudio() const { return m_isSavingAudio; }
     [[nodiscard]] AppearanceMode appearanceMode() const { return m_appearanceMode; }
-    [[nodiscard]] const std::optional<QString> & downloadLocation() const { return m_downloadLocation; }
+    [[nodiscard]] const std::optional<QString> &downloadLocation() const { return m_downloadLocation; }
     [[nodiscard]] qint64 currentMonthCharacters() const { return m_currentMonthCharacters; }
-    [[nodiscard]] const QString & usageSyncStatus() const { return m_usageSyncStatus; }
-    [[nodiscard]] const std::optional<QString> & userEmail() const { return m_userEmail; }
+    [[nodiscard]] const QString &usageSyncStatus() const { return m_usageSyncStatus; }
+    [[nodiscard]] const std::optional<QString> &userEmail() const { return m_userEmail; }
     [[nodiscard]] bool isAccountLinked() const { return m_isAccountLinked; }
-    [[nodiscard]] const AccountSyncStatus & accountSyncStatus() const { return m_accountSyncStatus; }
+    [[nodiscard]] const AccountSyncStatus &accountSyncStatus() const { return m_accountSyncStatus; }
     [[nodiscard]] bool isOnboardingMode() const override { return m_isOnboardingMode; }
-    [[nodiscard]] const std::optional<QString> & pendingOnboardingAudioURL() const { return m_pendingOnboardingAudioURL; }
+    [[nodiscard]] const std::optional<QString> &pendingOnboardingAudioURL() const
+    {
+        return m_pendingOnboardingAudioURL;
+    }
     [[nodiscard]] bool hasPendingOnboardingAudio() const override { return m_pendingOnboardingAudioURL.has_value(); }
 
     void setIsPlaying(bool value);

@@ -19,8 +19,8 @@ constexpr auto kOnboardingSafetyDelay = 30s;
 constexpr auto kSettingsDelay = 1s;
 } // namespace
 
-PermissionManager::PermissionManager(PermissionProbe &probe, PermissionDialogs &dialogs, AppState &state,
-                                     Clock &clock, QObject *parent)
+PermissionManager::PermissionManager(PermissionProbe &probe, PermissionDialogs &dialogs, AppState &state, Clock &clock,
+                                     QObject *parent)
     : QObject(parent)
     , m_probe(probe)
     , m_dialogs(dialogs)
@@ -141,14 +141,9 @@ void PermissionManager::showAccessibilityAlert(const std::function<void()> &onCo
     }
     PLOG(lcApp) << "⚠️ Showing accessibility permission alert";
     switch (m_dialogs.askForAccessibility()) {
-    case PermissionDialogs::Answer::openSettings:
-        requestAccessibilityPermission();
-        break;
-    case PermissionDialogs::Answer::quit:
-        Q_EMIT quitRequested();
-        break;
-    case PermissionDialogs::Answer::later:
-        break;
+    case PermissionDialogs::Answer::openSettings: requestAccessibilityPermission(); break;
+    case PermissionDialogs::Answer::quit: Q_EMIT quitRequested(); break;
+    case PermissionDialogs::Answer::later: break;
     }
 }
 

@@ -26,7 +26,6 @@ public:
                       QObject *parent = nullptr);
     ~PermissionManager() override;
 
-
     [[nodiscard]] bool accessibilityGranted() const { return m_accessibilityGranted; }
     [[nodiscard]] bool microphoneGranted() const { return m_microphoneGranted; }
     [[nodiscard]] bool speechRecognitionGranted() const { return m_speechRecognitionGranted; }

@@ -1,10 +1,10 @@
 #include "app/ServicesProvider.h"
 
+#include "ai/OpenAIClient.h"
 #include "app/AppState.h"
 #include "app/UserNotifier.h"
 #include "core/Error.h"
 #include "core/Logging.h"
-#include "ai/OpenAIClient.h"
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
 
@@ -35,38 +35,40 @@ QString describe(const std::exception &error)
 
 // What tells the three flows apart in the log, on screen and in their messages.
 struct FlowTexts {
-    QString flowName;      // for flowFinished()
-    QString name;          // "processReadAloud" without "process"
+    QString flowName; // for flowFinished()
+    QString name;     // "processReadAloud" without "process"
     QString startMessage;
     QString titlePrefix;
-    QString noun;          // "✅ Successfully generated <noun> audio"
-    QString cacheNoun;     // "💾 Caching <cacheNoun> for replay..."
-    QString cachedNoun;    // "✅ <cachedNoun> cached successfully"
+    QString noun;       // "✅ Successfully generated <noun> audio"
+    QString cacheNoun;  // "💾 Caching <cacheNoun> for replay..."
+    QString cachedNoun; // "✅ <cachedNoun> cached successfully"
     QString failureLog;
     QString failurePrefix;
 };
 
 const FlowTexts &flowTexts(ServicesProvider::Flow flow)
 {
-    static const FlowTexts readAloud{QStringLiteral("readAloud"), QStringLiteral("ReadAloud"),
-                                     QStringLiteral("Generating audio..."), QString(), QString(),
-                                     QStringLiteral("audio"), QStringLiteral("Audio"), QStringLiteral("Read aloud"),
+    static const FlowTexts readAloud{QStringLiteral("readAloud"),
+                                     QStringLiteral("ReadAloud"),
+                                     QStringLiteral("Generating audio..."),
+                                     QString(),
+                                     QString(),
+                                     QStringLiteral("audio"),
+                                     QStringLiteral("Audio"),
+                                     QStringLiteral("Read aloud"),
                                      QStringLiteral("Failed to generate audio: ")};
     static const FlowTexts readSummary{
-        QStringLiteral("readSummary"), QStringLiteral("ReadSummary"), QStringLiteral("Creating audio summary..."),
-        QStringLiteral("Summary: "), QStringLiteral("summary"), QStringLiteral("summary audio"),
-        QStringLiteral("Summary audio"), QStringLiteral("Summary"), QStringLiteral("Failed to generate summary: ")};
+        QStringLiteral("readSummary"),   QStringLiteral("ReadSummary"), QStringLiteral("Creating audio summary..."),
+        QStringLiteral("Summary: "),     QStringLiteral("summary"),     QStringLiteral("summary audio"),
+        QStringLiteral("Summary audio"), QStringLiteral("Summary"),     QStringLiteral("Failed to generate summary: ")};
     static const FlowTexts createPodcast{
         QStringLiteral("createPodcast"), QStringLiteral("CreatePodcast"), QStringLiteral("Creating podcast..."),
-        QStringLiteral("Podcast: "), QStringLiteral("podcast"), QStringLiteral("podcast audio"),
-        QStringLiteral("Podcast audio"), QStringLiteral("Podcast"), QStringLiteral("Failed to create podcast: ")};
+        QStringLiteral("Podcast: "),     QStringLiteral("podcast"),       QStringLiteral("podcast audio"),
+        QStringLiteral("Podcast audio"), QStringLiteral("Podcast"),       QStringLiteral("Failed to create podcast: ")};
     switch (flow) {
-    case ServicesProvider::Flow::readSummary:
-        return readSummary;
-    case ServicesProvider::Flow::createPodcast:
-        return createPodcast;
-    case ServicesProvider::Flow::readAloud:
-        break;
+    case ServicesProvider::Flow::readSummary: return readSummary;
+    case ServicesProvider::Flow::createPodcast: return createPodcast;
+    case ServicesProvider::Flow::readAloud: break;
     }
     return readAloud;
 }

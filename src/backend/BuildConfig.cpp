@@ -84,7 +84,7 @@ void printConfiguration()
             state = QStringLiteral("✅ set (build)");
         else if (qEnvironmentVariableIsSet(setting->envVar))
             state = qEnvironmentVariableIsEmpty(setting->envVar) ? QStringLiteral("⚠️ empty (environment)")
-                                                                  : QStringLiteral("✅ set (environment)");
+                                                                 : QStringLiteral("✅ set (environment)");
         else
             state = QStringLiteral("❌ not set");
         PLOG(lcBackend) << "   - " << QLatin1String(setting->label) << ": " << state;

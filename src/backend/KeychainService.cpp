@@ -2,7 +2,6 @@
 
 #include <QEventLoop>
 #include <QStringDecoder>
-
 #include <qt6keychain/keychain.h>
 
 namespace parlino {

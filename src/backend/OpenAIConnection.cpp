@@ -12,7 +12,6 @@
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QStringDecoder>
-
 #include <qcoro/qcoronetworkreply.h>
 
 #include <memory>

@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QString>
 #include <QUrl>
-
 #include <qcoro/qcorotask.h>
 
 #include <chrono>

@@ -12,8 +12,8 @@ OpenAIError::OpenAIError(Kind kind, QString description, int statusCode, QString
 
 OpenAIError OpenAIError::apiError(int statusCode, const QString &message)
 {
-    return OpenAIError(Kind::apiError, QStringLiteral("API Error (") + QString::number(statusCode)
-                                           + QStringLiteral("): ") + message,
+    return OpenAIError(Kind::apiError,
+                       QStringLiteral("API Error (") + QString::number(statusCode) + QStringLiteral("): ") + message,
                        statusCode, message);
 }
 

@@ -59,8 +59,8 @@ int runToCompletion(const std::function<QCoro::Task<>()> &work)
 // A name in the current folder that no file has yet.
 QString newOutputPath()
 {
-    const QString stem = QStringLiteral("parlino-speech-")
-                         + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
+    const QString stem =
+        QStringLiteral("parlino-speech-") + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
     QString path = QDir::current().absoluteFilePath(stem + QStringLiteral(".mp3"));
     for (int n = 2; QFileInfo::exists(path); ++n)
         path = QDir::current().absoluteFilePath(stem + u'-' + QString::number(n) + QStringLiteral(".mp3"));
@@ -116,8 +116,8 @@ int runSynthesizeCommand(OpenAIClient &client, const TTSCacheService &cache, con
     const QString text = readCommandText(parser.positionalArguments());
     if (text.trimmed().isEmpty())
         return usageError(command, QStringLiteral("no text to read"), usage);
-    const QString destination = parser.isSet(outputOption) ? QFileInfo(parser.value(outputOption)).absoluteFilePath()
-                                                           : newOutputPath();
+    const QString destination =
+        parser.isSet(outputOption) ? QFileInfo(parser.value(outputOption)).absoluteFilePath() : newOutputPath();
 
     return runToCompletion([&]() -> QCoro::Task<> {
         QCoro::Task<QString> speech = client.generateSpeech(text, *voice, speed);

@@ -8,9 +8,9 @@ class OpenAIClient;
 class TTSCacheService;
 
 // Command-line access to speech and summaries through the same client, key lookup, cache and
-// OPENAI_BASE_URL as the app (the caller hands them in). `arguments` are those after the subcommand word. A QCoreApplication must
-// exist; each runs its own event loop until done and needs no display. Exit codes: 0 success, 1 the
-// request failed (the error's description on standard error), 2 bad usage.
+// OPENAI_BASE_URL as the app (the caller hands them in). `arguments` are those after the subcommand word. A
+// QCoreApplication must exist; each runs its own event loop until done and needs no display. Exit codes: 0 success, 1
+// the request failed (the error's description on standard error), 2 bad usage.
 //
 //   parlino synthesize [--voice NAME] [--speed RATE] [--output FILE] [TEXT | -]
 //     writes the MP3 to FILE (default: a new file in the current folder) and prints its path.

@@ -4,11 +4,10 @@
 
 #include <QDateTime>
 
-#include <cxxabi.h>
-#include <execinfo.h>
-
 #include <array>
 #include <cstdlib>
+#include <cxxabi.h>
+#include <execinfo.h>
 #include <memory>
 
 namespace parlino {
@@ -41,14 +40,16 @@ QStringList currentStackTrace(int skipFrames)
     std::unique_ptr<char *, decltype(&std::free)> symbols(backtrace_symbols(addresses.data(), count), &std::free);
     QStringList frames;
     for (int i = skipFrames; i < count; ++i)
-        frames << (symbols ? demangleFrame(symbols.get()[i]) : QStringLiteral("0x%1").arg(quintptr(addresses[i]), 0, 16));
+        frames << (symbols ? demangleFrame(symbols.get()[i])
+                           : QStringLiteral("0x%1").arg(quintptr(addresses[i]), 0, 16));
     return frames;
 }
 
 void logAccessibilityQuery(const QLoggingCategory &category, const QString &caller, const QDateTime &when)
 {
     PLOG(category) << "🔍 DEBUG: About to call AXIsProcessTrusted() from " << caller << "()";
-    PLOG(category) << "   Timestamp: " << QString::number(static_cast<double>(when.toMSecsSinceEpoch()) / 1000.0, 'f', 3);
+    PLOG(category) << "   Timestamp: "
+                   << QString::number(static_cast<double>(when.toMSecsSinceEpoch()) / 1000.0, 'f', 3);
     PLOG(category) << "   Stack trace:";
     // Skips this function and the frame that called it for the trace.
     for (const QString &frame : currentStackTrace(3))

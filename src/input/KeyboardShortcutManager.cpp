@@ -17,19 +17,24 @@ namespace {
 
 // The order in which the bindings are registered.
 constexpr std::array registrationOrder{
-    HotKeyID::readAloud,       HotKeyID::readSummary,   HotKeyID::speedUp,          HotKeyID::speedDown,
-    HotKeyID::generatePodcast, HotKeyID::downloadAudio, HotKeyID::saveAudio,        HotKeyID::summarizeText,
-    HotKeyID::readSelectedText, HotKeyID::playPause,    HotKeyID::stopReading,      HotKeyID::speedUpFaster,
-    HotKeyID::slowDown,        HotKeyID::openLibrary,   HotKeyID::askQuestion,
+    HotKeyID::readAloud,        HotKeyID::readSummary,   HotKeyID::speedUp,     HotKeyID::speedDown,
+    HotKeyID::generatePodcast,  HotKeyID::downloadAudio, HotKeyID::saveAudio,   HotKeyID::summarizeText,
+    HotKeyID::readSelectedText, HotKeyID::playPause,     HotKeyID::stopReading, HotKeyID::speedUpFaster,
+    HotKeyID::slowDown,         HotKeyID::openLibrary,   HotKeyID::askQuestion,
 };
 
 } // namespace
 
 KeyboardShortcutManager::KeyboardShortcutManager(std::unique_ptr<HotKeyBackend> backend,
                                                  KeyboardShortcutPreferences &preferences, TextCaptureService &capture,
-                                                 const ShortcutContext &context, ShortcutActions *actions, QObject *parent)
-    : QObject(parent), m_backend(std::move(backend)), m_preferences(preferences), m_capture(capture),
-      m_context(context), m_actions(actions)
+                                                 const ShortcutContext &context, ShortcutActions *actions,
+                                                 QObject *parent)
+    : QObject(parent)
+    , m_backend(std::move(backend))
+    , m_preferences(preferences)
+    , m_capture(capture)
+    , m_context(context)
+    , m_actions(actions)
 {
     connect(m_backend.get(), &HotKeyBackend::hotKeyPressed, this, &KeyboardShortcutManager::onHotKeyPressed);
     registerCustomHotKeys();
@@ -104,48 +109,23 @@ void KeyboardShortcutManager::handleHotKey(HotKeyID id)
     const QScopedValueRollback<bool> handling(m_handling, true);
 
     switch (id) {
-    case HotKeyID::readAloud:
-        handleReadAloud();
-        break;
-    case HotKeyID::readSummary:
-        handleReadSummary();
-        break;
-    case HotKeyID::playPause:
-        m_actions->togglePlayPause();
-        break;
-    case HotKeyID::speedUp:
-        m_actions->adjustSpeed(true);
-        break;
-    case HotKeyID::speedDown:
-        m_actions->adjustSpeed(false);
-        break;
-    case HotKeyID::reserved:
-        break;
-    case HotKeyID::generatePodcast:
-        handleGeneratePodcast();
-        break;
-    case HotKeyID::downloadAudio:
-        m_actions->downloadAudio();
-        break;
-    case HotKeyID::saveAudio:
-        m_actions->saveAudio();
-        break;
-    case HotKeyID::summarizeText:
-        m_actions->summarizeText();
-        break;
+    case HotKeyID::readAloud: handleReadAloud(); break;
+    case HotKeyID::readSummary: handleReadSummary(); break;
+    case HotKeyID::playPause: m_actions->togglePlayPause(); break;
+    case HotKeyID::speedUp: m_actions->adjustSpeed(true); break;
+    case HotKeyID::speedDown: m_actions->adjustSpeed(false); break;
+    case HotKeyID::reserved: break;
+    case HotKeyID::generatePodcast: handleGeneratePodcast(); break;
+    case HotKeyID::downloadAudio: m_actions->downloadAudio(); break;
+    case HotKeyID::saveAudio: m_actions->saveAudio(); break;
+    case HotKeyID::summarizeText: m_actions->summarizeText(); break;
     case HotKeyID::readSelectedText:
         PLOG(lcInput) << "🎯 Read Selected Text shortcut triggered";
         handleReadAloud();
         break;
-    case HotKeyID::stopReading:
-        m_actions->stopReading();
-        break;
-    case HotKeyID::speedUpFaster:
-        m_actions->adjustSpeedFaster(true);
-        break;
-    case HotKeyID::slowDown:
-        m_actions->adjustSpeedFaster(false);
-        break;
+    case HotKeyID::stopReading: m_actions->stopReading(); break;
+    case HotKeyID::speedUpFaster: m_actions->adjustSpeedFaster(true); break;
+    case HotKeyID::slowDown: m_actions->adjustSpeedFaster(false); break;
     case HotKeyID::openLibrary:
         PLOG(lcInput) << "🎯 Open Library shortcut triggered";
         m_actions->openLibrary();

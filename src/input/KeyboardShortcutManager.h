@@ -29,10 +29,9 @@ public:
 
     // Registers all hot keys at once. `actions` may be attached later with setActions().
     KeyboardShortcutManager(std::unique_ptr<HotKeyBackend> backend, KeyboardShortcutPreferences &preferences,
-                            TextCaptureService &capture, const ShortcutContext &context, ShortcutActions *actions = nullptr,
-                            QObject *parent = nullptr);
+                            TextCaptureService &capture, const ShortcutContext &context,
+                            ShortcutActions *actions = nullptr, QObject *parent = nullptr);
     ~KeyboardShortcutManager() override;
-
 
     // Where presses go; presses before this is set are logged and dropped. Not owned.
     void setActions(ShortcutActions *actions) { m_actions = actions; }

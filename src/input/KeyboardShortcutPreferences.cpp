@@ -49,7 +49,8 @@ bool decodeShortcuts(const QByteArray &data, QMap<QString, KeyboardShortcut> *sh
 } // namespace
 
 KeyboardShortcutPreferences::KeyboardShortcutPreferences(Defaults &defaults, QObject *parent)
-    : QObject(parent), m_defaults(defaults)
+    : QObject(parent)
+    , m_defaults(defaults)
 {
     loadShortcuts();
 }
@@ -109,7 +110,8 @@ void KeyboardShortcutPreferences::saveShortcuts()
         object.insert(it.key(), it.value().toJson());
     const QByteArray data = QJsonDocument(object).toJson(QJsonDocument::Compact);
     if (data.isEmpty()) {
-        PLOG(lcInput) << "❌ Failed to save shortcuts: " << "the bindings could not be encoded";
+        PLOG(lcInput) << "❌ Failed to save shortcuts: "
+                      << "the bindings could not be encoded";
         return;
     }
     if (!m_unreadableData.isEmpty()) {

@@ -25,7 +25,6 @@ public:
     // Loads the bindings from `defaults` once, here.
     explicit KeyboardShortcutPreferences(Defaults &defaults, QObject *parent = nullptr);
 
-
     // The bindings the app ships with, by action name.
     [[nodiscard]] static QMap<QString, KeyboardShortcut> defaultShortcuts();
 

@@ -26,7 +26,8 @@ std::optional<QString> plainText(QClipboard::Mode mode)
 
 } // namespace
 
-QtSelectionClipboard::QtSelectionClipboard(QObject *parent) : QObject(parent)
+QtSelectionClipboard::QtSelectionClipboard(QObject *parent)
+    : QObject(parent)
 {
     connect(QGuiApplication::clipboard(), &QClipboard::changed, this, [this](QClipboard::Mode mode) {
         if (mode != QClipboard::Clipboard)

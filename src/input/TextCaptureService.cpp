@@ -39,7 +39,8 @@ bool hasText(const std::optional<QString> &text)
 } // namespace
 
 TextCaptureService::TextCaptureService(Defaults &defaults, Platform platform)
-    : m_defaults(defaults), m_platform(platform)
+    : m_defaults(defaults)
+    , m_platform(platform)
 {
 }
 
@@ -197,19 +198,47 @@ bool TextCaptureService::hasAccessibilityPermission()
 
 bool TextCaptureService::isTerminalWindowClass(const QStringList &windowClass)
 {
-    static const QStringList terminals{
-        QStringLiteral("xterm"), QStringLiteral("uxterm"), QStringLiteral("gnome-terminal"),
-        QStringLiteral("gnome-terminal-server"), QStringLiteral("org.gnome.terminal"), QStringLiteral("org.gnome.console"),
-        QStringLiteral("kgx"), QStringLiteral("org.gnome.ptyxis"), QStringLiteral("konsole"), QStringLiteral("org.kde.konsole"),
-        QStringLiteral("yakuake"), QStringLiteral("xfce4-terminal"), QStringLiteral("mate-terminal"),
-        QStringLiteral("lxterminal"), QStringLiteral("qterminal"), QStringLiteral("terminator"), QStringLiteral("tilix"),
-        QStringLiteral("com.gexperts.tilix"), QStringLiteral("guake"), QStringLiteral("tilda"), QStringLiteral("sakura"),
-        QStringLiteral("terminology"), QStringLiteral("alacritty"), QStringLiteral("kitty"), QStringLiteral("foot"),
-        QStringLiteral("footclient"), QStringLiteral("wezterm"), QStringLiteral("org.wezfurlong.wezterm"),
-        QStringLiteral("urxvt"), QStringLiteral("rxvt"), QStringLiteral("rxvt-unicode"), QStringLiteral("st"),
-        QStringLiteral("st-256color"), QStringLiteral("eterm"), QStringLiteral("cool-retro-term"),
-        QStringLiteral("deepin-terminal"), QStringLiteral("x-terminal-emulator"), QStringLiteral("contour"),
-        QStringLiteral("blackbox"), QStringLiteral("com.raggesilver.blackbox"), QStringLiteral("hyper")};
+    static const QStringList terminals{QStringLiteral("xterm"),
+                                       QStringLiteral("uxterm"),
+                                       QStringLiteral("gnome-terminal"),
+                                       QStringLiteral("gnome-terminal-server"),
+                                       QStringLiteral("org.gnome.terminal"),
+                                       QStringLiteral("org.gnome.console"),
+                                       QStringLiteral("kgx"),
+                                       QStringLiteral("org.gnome.ptyxis"),
+                                       QStringLiteral("konsole"),
+                                       QStringLiteral("org.kde.konsole"),
+                                       QStringLiteral("yakuake"),
+                                       QStringLiteral("xfce4-terminal"),
+                                       QStringLiteral("mate-terminal"),
+                                       QStringLiteral("lxterminal"),
+                                       QStringLiteral("qterminal"),
+                                       QStringLiteral("terminator"),
+                                       QStringLiteral("tilix"),
+                                       QStringLiteral("com.gexperts.tilix"),
+                                       QStringLiteral("guake"),
+                                       QStringLiteral("tilda"),
+                                       QStringLiteral("sakura"),
+                                       QStringLiteral("terminology"),
+                                       QStringLiteral("alacritty"),
+                                       QStringLiteral("kitty"),
+                                       QStringLiteral("foot"),
+                                       QStringLiteral("footclient"),
+                                       QStringLiteral("wezterm"),
+                                       QStringLiteral("org.wezfurlong.wezterm"),
+                                       QStringLiteral("urxvt"),
+                                       QStringLiteral("rxvt"),
+                                       QStringLiteral("rxvt-unicode"),
+                                       QStringLiteral("st"),
+                                       QStringLiteral("st-256color"),
+                                       QStringLiteral("eterm"),
+                                       QStringLiteral("cool-retro-term"),
+                                       QStringLiteral("deepin-terminal"),
+                                       QStringLiteral("x-terminal-emulator"),
+                                       QStringLiteral("contour"),
+                                       QStringLiteral("blackbox"),
+                                       QStringLiteral("com.raggesilver.blackbox"),
+                                       QStringLiteral("hyper")};
     for (const QString &name : windowClass) {
         if (terminals.contains(name.toLower()))
             return true;

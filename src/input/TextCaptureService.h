@@ -29,7 +29,6 @@ public:
 
     TextCaptureService(Defaults &defaults, Platform platform);
 
-
     // The selected text; absent when nothing could be captured. A captured text is never empty.
     [[nodiscard]] std::optional<QString> captureSelectedText();
     // Whether the accessibility interface may be used, with diagnostics in the log when not.

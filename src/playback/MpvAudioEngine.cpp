@@ -5,11 +5,10 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 
-#include <mpv/client.h>
-
 #include <clocale>
 #include <cmath>
 #include <cstring>
+#include <mpv/client.h>
 
 namespace parlino {
 
@@ -179,18 +178,13 @@ void MpvAudioEngine::handleEvent(const mpv_event &event)
         }
         break;
     }
-    case MPV_EVENT_PLAYBACK_RESTART:
-        m_seekPending = false;
-        break;
+    case MPV_EVENT_PLAYBACK_RESTART: m_seekPending = false; break;
     case MPV_EVENT_COMMAND_REPLY:
         if (event.reply_userdata == kSeekReply && event.error < 0)
             m_seekPending = false;
         break;
-    case MPV_EVENT_PROPERTY_CHANGE:
-        handlePropertyChange(event);
-        break;
-    default:
-        break;
+    case MPV_EVENT_PROPERTY_CHANGE: handlePropertyChange(event); break;
+    default: break;
     }
 }
 
@@ -214,8 +208,7 @@ void MpvAudioEngine::handlePropertyChange(const mpv_event &event)
         if (const double speed = doubleValue(property); speed > 0)
             m_rate = speed;
         return;
-    default:
-        break;
+    default: break;
     }
 
     // The remaining properties describe the file; ignore what still belongs to a replaced one.
@@ -240,8 +233,7 @@ void MpvAudioEngine::handlePropertyChange(const mpv_event &event)
             reachEnd();
         break;
     }
-    default:
-        break;
+    default: break;
     }
 }
 
@@ -254,7 +246,8 @@ void MpvAudioEngine::reachEnd()
 
 void MpvAudioEngine::failLater(const QString &error)
 {
-    QMetaObject::invokeMethod(this, [this, error] { Q_EMIT loadFailed(error); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, error] { Q_EMIT loadFailed(error); }, Qt::QueuedConnection);
 }
 
 void MpvAudioEngine::load(const QString &location)

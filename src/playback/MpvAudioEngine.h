@@ -27,8 +27,7 @@ public:
     // starts (for example an "ao-pcm-file" to record what was played). Must be created after the
     // application object: it resets LC_NUMERIC to "C", which mpv requires.
     explicit MpvAudioEngine(const QString &audioOutput = QLatin1String(kDefaultAudioOutput),
-                            const QList<QPair<QByteArray, QByteArray>> &extraOptions = {},
-                            QObject *parent = nullptr);
+                            const QList<QPair<QByteArray, QByteArray>> &extraOptions = {}, QObject *parent = nullptr);
     ~MpvAudioEngine() override;
 
     // False when the mpv core could not be created or started; every load then fails.

@@ -11,9 +11,9 @@ namespace parlino {
 enum class PlaybackSpeed { x0_5, x0_75, x1, x1_25, x1_5, x1_75, x2, x2_25, x2_5, x2_75, x3 };
 
 inline constexpr std::array<PlaybackSpeed, 11> allPlaybackSpeeds{
-    PlaybackSpeed::x0_5,  PlaybackSpeed::x0_75, PlaybackSpeed::x1,    PlaybackSpeed::x1_25,
-    PlaybackSpeed::x1_5,  PlaybackSpeed::x1_75, PlaybackSpeed::x2,    PlaybackSpeed::x2_25,
-    PlaybackSpeed::x2_5,  PlaybackSpeed::x2_75, PlaybackSpeed::x3};
+    PlaybackSpeed::x0_5, PlaybackSpeed::x0_75, PlaybackSpeed::x1, PlaybackSpeed::x1_25,
+    PlaybackSpeed::x1_5, PlaybackSpeed::x1_75, PlaybackSpeed::x2, PlaybackSpeed::x2_25,
+    PlaybackSpeed::x2_5, PlaybackSpeed::x2_75, PlaybackSpeed::x3};
 
 [[nodiscard]] constexpr double rawValue(PlaybackSpeed speed)
 {

@@ -48,8 +48,8 @@ OpenAIConnection &AppServices::openAIConnection()
 {
     // The key is looked up once, when the connection is made.
     if (!m_openAIConnection)
-        m_openAIConnection = std::make_unique<OpenAIConnection>(
-            OpenAIConnection::lookUpAPIKey(keychain(), defaults()), OpenAIConnection::defaultBaseURL());
+        m_openAIConnection = std::make_unique<OpenAIConnection>(OpenAIConnection::lookUpAPIKey(keychain(), defaults()),
+                                                                OpenAIConnection::defaultBaseURL());
     return *m_openAIConnection;
 }
 
@@ -148,12 +148,12 @@ TextCaptureService &AppServices::textCapture()
 KeyboardShortcutManager &AppServices::shortcutManager()
 {
     if (!m_shortcutManager) {
-        m_shortcutActions = std::make_unique<AppShortcutActions>(servicesProvider(), player(), appState(),
-                                                                 textCapture(), notifier());
+        m_shortcutActions =
+            std::make_unique<AppShortcutActions>(servicesProvider(), player(), appState(), textCapture(), notifier());
         m_shortcutPreferences = std::make_unique<KeyboardShortcutPreferences>(defaults());
-        m_shortcutManager = std::make_unique<KeyboardShortcutManager>(
-            LinuxInputPlatform::createHotKeyBackend(), *m_shortcutPreferences, textCapture(), appState(),
-            m_shortcutActions.get());
+        m_shortcutManager =
+            std::make_unique<KeyboardShortcutManager>(LinuxInputPlatform::createHotKeyBackend(), *m_shortcutPreferences,
+                                                      textCapture(), appState(), m_shortcutActions.get());
     }
     return *m_shortcutManager;
 }
@@ -163,10 +163,10 @@ PermissionManager &AppServices::permissionManager()
     if (!m_permissionManager) {
         m_permissionProbe = std::make_unique<LinuxPermissionProbe>();
         m_permissionDialogs = std::make_unique<MessageBoxPermissionDialogs>();
-        m_permissionManager = std::make_unique<PermissionManager>(*m_permissionProbe, *m_permissionDialogs,
-                                                                  appState(), Clock::system());
-        QObject::connect(m_permissionManager.get(), &PermissionManager::quitRequested, qApp,
-                         &QCoreApplication::quit, Qt::QueuedConnection);
+        m_permissionManager =
+            std::make_unique<PermissionManager>(*m_permissionProbe, *m_permissionDialogs, appState(), Clock::system());
+        QObject::connect(m_permissionManager.get(), &PermissionManager::quitRequested, qApp, &QCoreApplication::quit,
+                         Qt::QueuedConnection);
     }
     return *m_permissionManager;
 }
@@ -174,8 +174,8 @@ PermissionManager &AppServices::permissionManager()
 FloatingPlayerWindowController &AppServices::floatingPlayer()
 {
     if (!m_floatingPlayer) {
-        m_floatingPlayer = std::make_unique<FloatingPlayerWindowController>(appState(), player(),
-                                                                            &X11WindowHints::placeOnAllDesktops);
+        m_floatingPlayer =
+            std::make_unique<FloatingPlayerWindowController>(appState(), player(), &X11WindowHints::placeOnAllDesktops);
         m_floatingPlayer->setContentView(new FloatingPlayerView(appState(), player(), *m_floatingPlayer));
     }
     return *m_floatingPlayer;

@@ -71,9 +71,7 @@ bool ParlinoApp::becomePrimaryOrForward(const LaunchRequest &request, int *exitC
     case LaunchRequest::Kind::openUrls:
         forwarded = DBusApplicationService::forwardOpen(request.arguments, &error);
         break;
-    default:
-        forwarded = DBusApplicationService::forwardActivate(&error);
-        break;
+    default: forwarded = DBusApplicationService::forwardActivate(&error); break;
     }
     if (!forwarded)
         std::fprintf(stderr, "parlino: could not reach the running instance: %s\n", qPrintable(error));
@@ -93,8 +91,8 @@ int ParlinoApp::run(const LaunchRequest &request)
     AppComponents components;
     components.servicesProvider = [this, &services] {
         ServicesProvider &provider = services.servicesProvider();
-        m_servicesEndpoint = std::make_unique<DBusServicesEndpoint>(
-            [&provider](const QString &method, const QString &text) {
+        m_servicesEndpoint =
+            std::make_unique<DBusServicesEndpoint>([&provider](const QString &method, const QString &text) {
                 return method == u"ReadSummary" ? provider.readSummary(text) : provider.readAloud(text);
             });
         if (!m_servicesEndpoint->registerOn(m_bus->connection()))
@@ -163,8 +161,8 @@ void ParlinoApp::playFile(const QString &path)
 {
     const QFileInfo file(path);
     if (!file.isFile() || !file.isReadable()) {
-        m_services->servicesProvider().showError(QStringLiteral("Cannot play “%1”: the file does not exist or cannot be read.")
-                                                 .arg(path));
+        m_services->servicesProvider().showError(
+            QStringLiteral("Cannot play “%1”: the file does not exist or cannot be read.").arg(path));
         return;
     }
     PLOG(lcApp) << "▶️ Playing " << file.absoluteFilePath();

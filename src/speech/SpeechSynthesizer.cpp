@@ -122,7 +122,7 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
     QStringList chunkFiles;
     for (qsizetype i = 0; i < n; ++i) {
         Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
-                        QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
+                               QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
         PLOG(lcSpeech) << "🎙️ Generating audio for chunk " << (i + 1) << '/' << n;
         const QString &chunk = chunks[i];
         if (auto cached = co_await m_cache.getCachedAudio(chunk, voiceId, speed)) {

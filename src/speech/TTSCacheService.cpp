@@ -14,7 +14,6 @@
 #include <QTimeZone>
 #include <QUrl>
 #include <QtConcurrent/QtConcurrentRun>
-
 #include <qcoro/qcorofuture.h>
 
 #include <algorithm>
@@ -83,8 +82,8 @@ std::optional<TTSCacheEntry> decodeEntry(const QJsonValue &value)
     const auto lastAccessedAt = parseIsoDate(object.value(u"lastAccessedAt"));
     const QUrl url(object.value(u"audioFileURL").toString());
     if (!object.value(u"key").isString() || !object.value(u"text").isString() || !object.value(u"voice").isString()
-        || !object.value(u"speed").isDouble() || !object.value(u"fileSize").isDouble() || !createdAt
-        || !lastAccessedAt || !url.isLocalFile())
+        || !object.value(u"speed").isDouble() || !object.value(u"fileSize").isDouble() || !createdAt || !lastAccessedAt
+        || !url.isLocalFile())
         return std::nullopt;
     TTSCacheEntry entry;
     entry.key = object.value(u"key").toString();
@@ -185,7 +184,8 @@ QCoro::Task<std::optional<QString>> TTSCacheService::getCachedAudio(QString text
 
 QCoro::Task<> TTSCacheService::cacheAudio(QString filePath, QString text, QString voice, double speed)
 {
-    auto done = QtConcurrent::run(&m_worker, [this, filePath, text, voice, speed] { store(filePath, text, voice, speed); });
+    auto done =
+        QtConcurrent::run(&m_worker, [this, filePath, text, voice, speed] { store(filePath, text, voice, speed); });
     co_await done;
 }
 

@@ -9,7 +9,6 @@
 #include <QMap>
 #include <QString>
 #include <QThreadPool>
-
 #include <qcoro/qcorotask.h>
 
 #include <optional>

@@ -3,9 +3,9 @@
 #include "app/AppState.h"
 #include "core/Logging.h"
 #include "playback/AudioPlayerManager.h"
-#include "ui/FloatingPlayerWindowController.h"
 #include "playback/PlaybackSpeed.h"
 #include "ui/FloatingPlayerResizeGrip.h"
+#include "ui/FloatingPlayerWindowController.h"
 #include "ui/SnapSlider.h"
 
 #include <QFileInfo>
@@ -163,8 +163,8 @@ void FloatingPlayerView::buildLayout()
     m_skipBackButton->setText(QStringLiteral("15"));
     m_playPauseButton = makeButton(this, QStringLiteral("playPauseButton"), QStringLiteral("Play/Pause (Space)"));
     m_playPauseButton->setIconSize(QSize(36, 36));
-    m_skipForwardButton
-        = makeButton(this, QStringLiteral("skipForwardButton"), QStringLiteral("Skip forward 30 seconds"));
+    m_skipForwardButton =
+        makeButton(this, QStringLiteral("skipForwardButton"), QStringLiteral("Skip forward 30 seconds"));
     m_skipForwardButton->setIcon(themedIcon(this, QStringLiteral("media-seek-forward"), QStyle::SP_MediaSeekForward));
     m_skipForwardButton->setText(QStringLiteral("30"));
     for (QToolButton *skip : {m_skipBackButton, m_skipForwardButton}) {
@@ -251,9 +251,9 @@ void FloatingPlayerView::updateArtwork()
 void FloatingPlayerView::updatePlayButton()
 {
     const bool playing = m_appState.isPlaying();
-    m_playPauseButton->setIcon(themedIcon(this, playing ? QStringLiteral("media-playback-pause")
-                                                        : QStringLiteral("media-playback-start"),
-                                          playing ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
+    m_playPauseButton->setIcon(
+        themedIcon(this, playing ? QStringLiteral("media-playback-pause") : QStringLiteral("media-playback-start"),
+                   playing ? QStyle::SP_MediaPause : QStyle::SP_MediaPlay));
     const bool loaded = m_appState.totalTime() > 0;
     m_skipBackButton->setEnabled(loaded);
     m_skipForwardButton->setEnabled(loaded);

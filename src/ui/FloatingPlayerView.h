@@ -72,5 +72,4 @@ private:
     bool m_dragging = false;
 };
 
-
 } // namespace parlino

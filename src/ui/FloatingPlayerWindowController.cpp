@@ -110,7 +110,8 @@ bool FloatingPlayerWindowController::isShown() const
 void FloatingPlayerWindowController::observeAppState()
 {
     PLOG(lcPlayback) << "🔄 Setting up floating player observer";
-    connect(&m_appState, &AppState::showFloatingPlayerChanged, this, &FloatingPlayerWindowController::scheduleEvaluation);
+    connect(&m_appState, &AppState::showFloatingPlayerChanged, this,
+            &FloatingPlayerWindowController::scheduleEvaluation);
     connect(&m_appState, &AppState::keepFloatingPlayerOpenChanged, this,
             &FloatingPlayerWindowController::scheduleEvaluation);
     connect(&m_player, &AudioPlayerManager::itemReady, this, [this] {
@@ -218,8 +219,8 @@ void FloatingPlayerWindowController::positionWindow()
         return;
     }
     const QRect area = screen->availableGeometry();
-    const int x = clampToRange(area.x() + (area.width() - size.width()) / 2, area.x(),
-                               area.x() + area.width() - size.width());
+    const int x =
+        clampToRange(area.x() + (area.width() - size.width()) / 2, area.x(), area.x() + area.width() - size.width());
     const int y = clampToRange(area.y() + (area.height() - size.height()) / 2, area.y(),
                                area.y() + area.height() - size.height());
     m_window->move(x, y);
@@ -246,7 +247,8 @@ void FloatingPlayerWindowController::move(QPoint delta)
     const int x = clampToRange(frame.x() + delta.x(), area.x(), area.x() + area.width() - frame.width() + kEdgeGap);
     const int y = clampToRange(frame.y() + delta.y(), area.y() - kEdgeGap, area.y() + area.height() - frame.height());
     m_window->move(x, y);
-    PLOG(lcPlayback) << "📍 moveWindow: (" << x << ", " << y << ")" << " (constrained to screen)";
+    PLOG(lcPlayback) << "📍 moveWindow: (" << x << ", " << y << ")"
+                     << " (constrained to screen)";
 }
 
 void FloatingPlayerWindowController::resize(QSize delta)
@@ -279,11 +281,8 @@ bool FloatingPlayerWindowController::eventFilter(QObject *watched, QEvent *event
         if (!key->isAutoRepeat())
             m_player.togglePlayPause();
         return true;
-    case Qt::Key_Escape:
-        m_player.stop(false);
-        return true;
-    default:
-        return false;
+    case Qt::Key_Escape: m_player.stop(false); return true;
+    default: return false;
     }
 }
 

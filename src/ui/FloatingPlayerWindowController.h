@@ -39,8 +39,8 @@ public:
     using WindowHint = std::function<void(QWidget *)>;
 
     // Creates the window (hidden) and starts watching the application state.
-    FloatingPlayerWindowController(AppState &appState, AudioPlayerManager &player,
-                                   WindowHint placeOnAllDesktops = {}, QObject *parent = nullptr);
+    FloatingPlayerWindowController(AppState &appState, AudioPlayerManager &player, WindowHint placeOnAllDesktops = {},
+                                   QObject *parent = nullptr);
     ~FloatingPlayerWindowController() override;
 
     // Puts `view` into the window, replacing (and deleting) an earlier one. The window owns it.

@@ -80,10 +80,10 @@ MenuPopoverView::MenuPopoverView(AppState &state, QWidget *parent)
     connect(settings, &QPushButton::clicked, this, &MenuPopoverView::settingsRequested);
     connect(quit, &QPushButton::clicked, this, &MenuPopoverView::quitRequested);
 
-    for (auto signal : {&AppState::isPlayingChanged, &AppState::isProcessingChanged,
-                        &AppState::processingMessageChanged, &AppState::processingProgressChanged,
-                        &AppState::currentPlayingTitleChanged, &AppState::selectedVoiceChanged,
-                        &AppState::currentSpeedChanged})
+    for (auto signal :
+         {&AppState::isPlayingChanged, &AppState::isProcessingChanged, &AppState::processingMessageChanged,
+          &AppState::processingProgressChanged, &AppState::currentPlayingTitleChanged, &AppState::selectedVoiceChanged,
+          &AppState::currentSpeedChanged})
         connect(&m_state, signal, this, &MenuPopoverView::refresh);
     refresh();
 }

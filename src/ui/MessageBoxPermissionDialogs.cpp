@@ -11,10 +11,10 @@ PermissionDialogs::Answer MessageBoxPermissionDialogs::askForAccessibility()
     box.setIcon(QMessageBox::Warning);
     box.setWindowTitle(QStringLiteral("Parlino"));
     box.setText(QStringLiteral("Accessibility Permission Required"));
-    box.setInformativeText(QStringLiteral(
-        "Parlino needs Accessibility permission to read selected text from other applications.\n\n"
-        "Without this permission, the app cannot function.\n\n"
-        "Please turn on assistive technologies in Settings > Accessibility."));
+    box.setInformativeText(
+        QStringLiteral("Parlino needs Accessibility permission to read selected text from other applications.\n\n"
+                       "Without this permission, the app cannot function.\n\n"
+                       "Please turn on assistive technologies in Settings > Accessibility."));
     QPushButton *open = box.addButton(QStringLiteral("Open System Settings"), QMessageBox::AcceptRole);
     box.addButton(QStringLiteral("Quit"), QMessageBox::RejectRole);
     box.setDefaultButton(open);
@@ -23,7 +23,7 @@ PermissionDialogs::Answer MessageBoxPermissionDialogs::askForAccessibility()
 }
 
 PermissionDialogs::Answer MessageBoxPermissionDialogs::askForQuestionPermissions(bool microphoneGranted,
-                                                                               bool speechGranted)
+                                                                                 bool speechGranted)
 {
     QStringList missing;
     if (!microphoneGranted)
@@ -35,8 +35,7 @@ PermissionDialogs::Answer MessageBoxPermissionDialogs::askForQuestionPermissions
     box.setWindowTitle(QStringLiteral("Parlino"));
     box.setText(QStringLiteral("Voice Questions Need More Permissions"));
     box.setInformativeText(QStringLiteral("To ask questions about what you are listening to, Parlino needs:\n\n")
-                           + missing.join(u'\n')
-                           + QStringLiteral("\n\nReading aloud works without them."));
+                           + missing.join(u'\n') + QStringLiteral("\n\nReading aloud works without them."));
     box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
     box.exec();
     return Answer::later;

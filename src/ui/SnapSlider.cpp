@@ -74,9 +74,7 @@ void SnapSlider::handleAction(int action)
             setSliderPosition(positionFor(m_points[next]));
         break;
     }
-    default:
-        setSliderPosition(positionFor(nearestSnapPoint(valueAt(sliderPosition()), m_points)));
-        break;
+    default: setSliderPosition(positionFor(nearestSnapPoint(valueAt(sliderPosition()), m_points))); break;
     }
 }
 
@@ -103,17 +101,11 @@ void SnapSlider::keyPressEvent(QKeyEvent *event)
     switch (event->key()) {
     case Qt::Key_Right:
     case Qt::Key_Up:
-    case Qt::Key_PageUp:
-        step(+1);
-        break;
+    case Qt::Key_PageUp: step(+1); break;
     case Qt::Key_Left:
     case Qt::Key_Down:
-    case Qt::Key_PageDown:
-        step(-1);
-        break;
-    default:
-        QSlider::keyPressEvent(event);
-        return;
+    case Qt::Key_PageDown: step(-1); break;
+    default: QSlider::keyPressEvent(event); return;
     }
     event->accept();
 }

@@ -25,8 +25,8 @@ QIcon iconFrom(const QPixmap &pixmap)
 {
     QIcon icon;
     for (int scale : {1, 2}) {
-        QPixmap scaled = pixmap.scaled(kIconPoints * scale, kIconPoints * scale, Qt::KeepAspectRatio,
-                                       Qt::SmoothTransformation);
+        QPixmap scaled =
+            pixmap.scaled(kIconPoints * scale, kIconPoints * scale, Qt::KeepAspectRatio, Qt::SmoothTransformation);
         icon.addPixmap(scaled);
     }
     icon.setIsMask(true);
@@ -75,8 +75,8 @@ void StatusBarController::setupStatusBar()
         PLOG(lcApp) << "✅ StatusBarController: Custom menu bar icon set";
     } else {
         QIcon themed;
-        for (const char *name : {"audio-volume-high-symbolic", "audio-volume-high", "audio-speakers",
-                                 "audio-x-generic"}) {
+        for (const char *name :
+             {"audio-volume-high-symbolic", "audio-volume-high", "audio-speakers", "audio-x-generic"}) {
             themed = QIcon::fromTheme(QLatin1String(name));
             if (!themed.isNull())
                 break;
@@ -144,14 +144,14 @@ std::optional<QIcon> StatusBarController::loadCustomMenuBarIcon()
         const char *name;
         const char *note;
     };
-    for (const Named &named : {Named{"ParlinoMenuBarTL@2x", ""}, Named{"ParlinoMenuBarTL", ""},
-                               Named{"ParlinoMenuBarTLLight@2x", " (fallback)"},
-                               Named{"ParlinoMenuBarWhite@2x", " (white fallback)"},
-                               Named{"ParlinoMenuBarBW@2x", ""}}) {
+    for (const Named &named :
+         {Named{"ParlinoMenuBarTL@2x", ""}, Named{"ParlinoMenuBarTL", ""},
+          Named{"ParlinoMenuBarTLLight@2x", " (fallback)"}, Named{"ParlinoMenuBarWhite@2x", " (white fallback)"},
+          Named{"ParlinoMenuBarBW@2x", ""}}) {
         QPixmap pixmap;
         if (pixmap.load(bundle + u'/' + QLatin1String(named.name) + QStringLiteral(".png"))) {
-            PLOG(lcApp) << "✅ StatusBarController: Loaded " << QLatin1String(named.name)
-                        << QLatin1String(named.note) << " from bundle";
+            PLOG(lcApp) << "✅ StatusBarController: Loaded " << QLatin1String(named.name) << QLatin1String(named.note)
+                        << " from bundle";
             return iconFrom(pixmap);
         }
     }

@@ -11,7 +11,6 @@
 
 class QSystemTrayIcon;
 
-
 namespace parlino {
 
 // Owns the tray icon and its popover. The icon comes from the first source that loads: the installed

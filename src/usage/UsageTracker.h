@@ -16,10 +16,8 @@ class UsageTracker final : public QObject {
     Q_PROPERTY(qint64 playbackSpeedCount READ playbackSpeedCount NOTIFY playbackSpeedChanged)
 
 public:
-
     // Reads the stored figures; absent or unreadable values start at zero.
     explicit UsageTracker(Defaults &defaults, QObject *parent = nullptr);
-
 
     // Seconds of listening, summed over all sessions.
     [[nodiscard]] double totalListeningTime() const { return m_totalListeningTime; }

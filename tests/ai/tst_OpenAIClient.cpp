@@ -1,9 +1,8 @@
-#include "ai/OpenAIClient.h"
-
 #include "AwaitTask.h"
 #include "LogCapture.h"
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
+#include "ai/OpenAIClient.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
 #include "speech/SpeechSynthesizer.h"
@@ -63,12 +62,11 @@ private:
             return {};
         }
         const QJsonObject body = requests[0].json;
-        const bool common = requests[0].header("Authorization") == "Bearer chat-key"
-                            && requests[0].header("Content-Type") == "application/json"
-                            && body.value(u"model").toString() == u"gpt-4o-mini"
-                            && body.value(u"temperature").toDouble() == temperature
-                            && body.value(u"max_tokens").toInt() == maxTokens
-                            && body.value(u"max_tokens").toDouble() == maxTokens;
+        const bool common =
+            requests[0].header("Authorization") == "Bearer chat-key"
+            && requests[0].header("Content-Type") == "application/json"
+            && body.value(u"model").toString() == u"gpt-4o-mini" && body.value(u"temperature").toDouble() == temperature
+            && body.value(u"max_tokens").toInt() == maxTokens && body.value(u"max_tokens").toDouble() == maxTokens;
         if (!common) {
             qWarning() << "unexpected request" << body;
             return {};
@@ -89,9 +87,12 @@ private Q_SLOTS:
         QTest::addColumn<SummaryLength>("length");
         QTest::addColumn<QString>("instruction");
         QTest::addColumn<int>("maxTokens");
-        QTest::newRow("short") << SummaryLength::short_ << QStringLiteral("20-25% of original length, 3 key points") << 200;
-        QTest::newRow("medium") << SummaryLength::medium << QStringLiteral("25-30% of original length, 5 key points") << 400;
-        QTest::newRow("long") << SummaryLength::long_ << QStringLiteral("30-40% of original length, 7-10 key points") << 600;
+        QTest::newRow("short") << SummaryLength::short_ << QStringLiteral("20-25% of original length, 3 key points")
+                               << 200;
+        QTest::newRow("medium") << SummaryLength::medium << QStringLiteral("25-30% of original length, 5 key points")
+                                << 400;
+        QTest::newRow("long") << SummaryLength::long_ << QStringLiteral("30-40% of original length, 7-10 key points")
+                              << 600;
     }
 
     void summarySendsPromptAndLevel()
@@ -102,10 +103,12 @@ private Q_SLOTS:
         const auto outcome = awaitTask(m_client.summarize(QStringLiteral("The text."), length));
         QCOMPARE(outcome.value, QStringLiteral("A fine answer."));
         const QJsonObject body = onlyChatRequest(0.3, maxTokens);
-        QCOMPARE(body.value(u"messages").toArray(),
-                 (QJsonArray{message(QStringLiteral("system"), summaryPrompt + instruction),
-                             message(QStringLiteral("user"),
-                                     QStringLiteral("Create an audio summary of this content that I can listen to:\n\nThe text."))}));
+        QCOMPARE(
+            body.value(u"messages").toArray(),
+            (QJsonArray{message(QStringLiteral("system"), summaryPrompt + instruction),
+                        message(QStringLiteral("user"),
+                                QStringLiteral(
+                                    "Create an audio summary of this content that I can listen to:\n\nThe text."))}));
         QVERIFY(!body.contains(u"response_format"));
     }
 
@@ -129,13 +132,15 @@ private Q_SLOTS:
                                  "they're listening to. Keep your answer under 60 seconds when spoken (about 150 "
                                  "words). Focus on helping them understand the material."))};
         for (int i = 4; i < 10; ++i)
-            expected.append(message(i % 2 ? QStringLiteral("assistant") : QStringLiteral("user"), QStringLiteral("turn %1").arg(i)));
+            expected.append(message(i % 2 ? QStringLiteral("assistant") : QStringLiteral("user"),
+                                    QStringLiteral("turn %1").arg(i)));
         expected.append(message(QStringLiteral("user"), QStringLiteral("Why?")));
         QCOMPARE(messages, expected);
 
         // A short history is sent whole.
         m_server.clearRequests();
-        QVERIFY(awaitTask(m_client.answerQuestion(QStringLiteral("And?"), QStringLiteral("ctx"), history.mid(0, 2))).value);
+        QVERIFY(
+            awaitTask(m_client.answerQuestion(QStringLiteral("And?"), QStringLiteral("ctx"), history.mid(0, 2))).value);
         QCOMPARE(onlyChatRequest(0.7, 200).value(u"messages").toArray().size(), 4);
     }
 
@@ -177,23 +182,26 @@ private Q_SLOTS:
 
     void podcastMetadataIsAJsonObjectWithTitleAndSummary()
     {
-        m_server.setChatContent(QStringLiteral("{\"title\": \"Cells at Work\", \"summary\": \"Two sentences. Here.\"}"));
+        m_server.setChatContent(
+            QStringLiteral("{\"title\": \"Cells at Work\", \"summary\": \"Two sentences. Here.\"}"));
         const QString script = QString(1000, u's') + QStringLiteral("TAIL");
         const auto outcome = awaitTask(m_client.generatePodcastMetadata(script, QStringLiteral("SOURCE TEXT")));
-        QCOMPARE(outcome.value, (PodcastMetadata{QStringLiteral("Cells at Work"), QStringLiteral("Two sentences. Here.")}));
+        QCOMPARE(outcome.value,
+                 (PodcastMetadata{QStringLiteral("Cells at Work"), QStringLiteral("Two sentences. Here.")}));
 
         const QJsonObject body = onlyChatRequest(0.7, 200);
         QCOMPARE(body.value(u"response_format").toObject(),
                  (QJsonObject{{QStringLiteral("type"), QStringLiteral("json_object")}}));
         const QString content = body.value(u"messages").toArray().at(0).toObject().value(u"content").toString();
-        QCOMPARE(content,
-                 QStringLiteral("Based on this podcast script and source material, generate a compelling title and "
-                                "summary.\n\nPodcast Script Preview:\n")
-                     + QString(1000, u's')
-                     + QStringLiteral("...\n\nGenerate:\n1. A compelling, descriptive title (max 60 characters)\n2. A "
-                                      "concise 2-sentence summary of what this podcast covers\n\nReturn ONLY valid JSON "
-                                      "in this exact format:\n{\"title\": \"Your Title Here\", \"summary\": \"Your "
-                                      "summary here.\"}"));
+        QCOMPARE(
+            content,
+            QStringLiteral("Based on this podcast script and source material, generate a compelling title and "
+                           "summary.\n\nPodcast Script Preview:\n")
+                + QString(1000, u's')
+                + QStringLiteral("...\n\nGenerate:\n1. A compelling, descriptive title (max 60 characters)\n2. A "
+                                 "concise 2-sentence summary of what this podcast covers\n\nReturn ONLY valid JSON "
+                                 "in this exact format:\n{\"title\": \"Your Title Here\", \"summary\": \"Your "
+                                 "summary here.\"}"));
     }
 
     void podcastMetadataRejectsOtherAnswers_data()
@@ -234,11 +242,14 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("description");
-        QTest::newRow("401") << 401 << QByteArray("{\"error\":\"bad key\"}") << QStringLiteral("API Error (401): {\"error\":\"bad key\"}");
+        QTest::newRow("401") << 401 << QByteArray("{\"error\":\"bad key\"}")
+                             << QStringLiteral("API Error (401): {\"error\":\"bad key\"}");
         QTest::newRow("not UTF-8") << 500 << QByteArray("\xc3\x28") << QStringLiteral("API Error (500): Unknown error");
         QTest::newRow("200 not JSON") << 200 << QByteArray("<html>") << QStringLiteral("Invalid response from server");
-        QTest::newRow("200 no content") << 200 << QByteArray("{\"choices\":[{\"message\":{}}]}") << QStringLiteral("Invalid response from server");
-        QTest::newRow("200 no choices") << 200 << QByteArray("{\"choices\":[]}") << QStringLiteral("No response from API");
+        QTest::newRow("200 no content") << 200 << QByteArray("{\"choices\":[{\"message\":{}}]}")
+                                        << QStringLiteral("Invalid response from server");
+        QTest::newRow("200 no choices") << 200 << QByteArray("{\"choices\":[]}")
+                                        << QStringLiteral("No response from API");
     }
 
     void failedAnswersFailTheCall()

@@ -1,13 +1,12 @@
+#include "FakePermissionProbe.h"
+#include "LogCapture.h"
+#include "ManualClock.h"
+#include "TestEnvironment.h"
 #include "app/AppDelegate.h"
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
-#include "ui/StatusBarController.h"
 #include "core/Defaults.h"
-#include "ManualClock.h"
-
-#include "FakePermissionProbe.h"
-#include "LogCapture.h"
-#include "TestEnvironment.h"
+#include "ui/StatusBarController.h"
 
 #include <QSystemTrayIcon>
 #include <QTest>
@@ -97,11 +96,15 @@ private Q_SLOTS:
         if (fresh)
             expected << QStringLiteral("ℹ️ No Parlino data found - fresh install");
         else if (repaired)
-            expected << QStringLiteral("⚠️ CORRUPTED STATE DETECTED:") << QStringLiteral("   🗑️ Removed: onboardingCompleted")
-                     << QStringLiteral("   🗑️ Removed: hasLaunchedBefore") << QStringLiteral("   🗑️ Removed: hasViewedOnboarding")
-                     << QStringLiteral("   🗑️ Removed: userEmail") << QStringLiteral("   🗑️ Removed: deviceId")
+            expected << QStringLiteral("⚠️ CORRUPTED STATE DETECTED:")
+                     << QStringLiteral("   🗑️ Removed: onboardingCompleted")
+                     << QStringLiteral("   🗑️ Removed: hasLaunchedBefore")
+                     << QStringLiteral("   🗑️ Removed: hasViewedOnboarding")
+                     << QStringLiteral("   🗑️ Removed: userEmail")
+                     << QStringLiteral("   🗑️ Removed: deviceId")
                      << QStringLiteral("✅ UserDefaults cleared successfully - fresh start")
-                     << QStringLiteral("   onboardingCompleted = false") << QStringLiteral("   hasLaunchedBefore = false");
+                     << QStringLiteral("   onboardingCompleted = false")
+                     << QStringLiteral("   hasLaunchedBefore = false");
         else
             expected << QStringLiteral("✅ UserDefaults state is valid:");
         expected << QStringLiteral("🔧 Checking build configuration...") << QStringLiteral("✅ Services initialized")
@@ -110,8 +113,10 @@ private Q_SLOTS:
                  << QStringLiteral("🚀 ParlinoApp: About to initialize StatusBarController...")
                  << QStringLiteral("✅ ParlinoApp: StatusBarController initialized");
         if (trayOnly)
-            expected << lineFor(true, true) << QStringLiteral("✅ ParlinoApp: Activation policy set to accessory (menu bar only)")
-                     << QStringLiteral("🔐 Checking permissions...") << QStringLiteral("🔄 Starting permission polling (every 2 seconds)")
+            expected << lineFor(true, true)
+                     << QStringLiteral("✅ ParlinoApp: Activation policy set to accessory (menu bar only)")
+                     << QStringLiteral("🔐 Checking permissions...")
+                     << QStringLiteral("🔄 Starting permission polling (every 2 seconds)")
                      << QStringLiteral("ℹ️ Keyboard shortcuts already active")
                      << QStringLiteral("✅ Onboarding already completed - skipping")
                      << QStringLiteral("🔄 Syncing account data for reader@example.org on app launch...");
@@ -190,14 +195,16 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("urls");
         QTest::addColumn<QStringList>("lines");
-        QTest::newRow("ours") << QStringList{QStringLiteral("parlino://auth/callback?code=1"), QStringLiteral("parlino://second")}
+        QTest::newRow("ours") << QStringList{QStringLiteral("parlino://auth/callback?code=1"),
+                                             QStringLiteral("parlino://second")}
                               << QStringList{QStringLiteral("🔗 Received URL redirect: parlino://auth/callback?code=1"),
                                              QStringLiteral("📍 URL path: auth, components: /callback"),
                                              QStringLiteral("⚠️ Unknown URL path: auth")};
-        QTest::newRow("scheme in another case") << QStringList{QStringLiteral("Parlino://auth")}
-                                                << QStringList{QStringLiteral("⚠️ URL redirect ignored - wrong scheme: Parlino")};
-        QTest::newRow("other scheme") << QStringList{QStringLiteral("https://example.org")}
-                                      << QStringList{QStringLiteral("⚠️ URL redirect ignored - wrong scheme: https")};
+        QTest::newRow("scheme in another case")
+            << QStringList{QStringLiteral("Parlino://auth")}
+            << QStringList{QStringLiteral("⚠️ URL redirect ignored - wrong scheme: Parlino")};
+        QTest::newRow("other scheme") << QStringList{QStringLiteral(
+            "https://example.org")} << QStringList{QStringLiteral("⚠️ URL redirect ignored - wrong scheme: https")};
         QTest::newRow("no scheme") << QStringList{QStringLiteral("just-text")}
                                    << QStringList{QStringLiteral("⚠️ URL redirect ignored - wrong scheme: nil")};
         QTest::newRow("nothing") << QStringList() << QStringList();
@@ -234,8 +241,8 @@ private:
         parts.floatingPlayer = [this] { return record(QStringLiteral("player")); };
         parts.statusBar = [this] {
             m_created << QStringLiteral("statusBar");
-            m_statusBar = std::make_unique<StatusBarController>(StatusBarController::PopoverContentFactory(),
-                                                                std::nullopt);
+            m_statusBar =
+                std::make_unique<StatusBarController>(StatusBarController::PopoverContentFactory(), std::nullopt);
             m_statusBar->setupStatusBar();
         };
         parts.showOnboarding = [this] { ++m_onboardingShown; };

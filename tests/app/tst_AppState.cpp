@@ -1,8 +1,7 @@
-#include "app/AppState.h"
-#include "core/Defaults.h"
-
 #include "LogCapture.h"
 #include "TestEnvironment.h"
+#include "app/AppState.h"
+#include "core/Defaults.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -44,8 +43,8 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("lines");
         QTest::newRow("openai voice") << "openai:nova" << TTSVoice::nova
                                       << QStringList{QStringLiteral("✅ Set selectedVoice to: nova")};
-        QTest::newRow("provider compared lower-cased") << "OpenAI:shimmer" << TTSVoice::shimmer
-                                                       << QStringList{QStringLiteral("✅ Set selectedVoice to: shimmer")};
+        QTest::newRow("provider compared lower-cased")
+            << "OpenAI:shimmer" << TTSVoice::shimmer << QStringList{QStringLiteral("✅ Set selectedVoice to: shimmer")};
         QTest::newRow("voice compared as stored")
             << "openai:Nova" << TTSVoice::alloy
             << QStringList{QStringLiteral("⚠️ Unknown OpenAI voice: Nova, defaulting to alloy")};
@@ -55,11 +54,13 @@ private Q_SLOTS:
                                           "supported for TTS"),
                            QStringLiteral("   Defaulting to OpenAI Alloy voice")};
         QTest::newRow("no provider") << "echo" << TTSVoice::alloy
-                                     << QStringList{QStringLiteral("⚠️ Invalid voice format in UserDefaults: echo")};
-        QTest::newRow("empty pieces dropped") << "::openai::onyx:" << TTSVoice::onyx
-                                              << QStringList{QStringLiteral("✅ Set selectedVoice to: onyx")};
+                                     << QStringList{
+                                            QStringLiteral("⚠️ Invalid voice format in UserDefaults: echo")};
+        QTest::newRow("empty pieces dropped")
+            << "::openai::onyx:" << TTSVoice::onyx << QStringList{QStringLiteral("✅ Set selectedVoice to: onyx")};
         QTest::newRow("three pieces") << "openai:nova:hd" << TTSVoice::alloy
-                                      << QStringList{QStringLiteral("⚠️ Invalid voice format in UserDefaults: openai:nova:hd")};
+                                      << QStringList{QStringLiteral(
+                                             "⚠️ Invalid voice format in UserDefaults: openai:nova:hd")};
     }
 
     void storedVoice()
@@ -149,7 +150,8 @@ private Q_SLOTS:
         // Unreadable data falls back to Downloads.
         m_defaults->set(QStringLiteral("downloadLocationBookmark"), QByteArray("\xff\xfe not a path", 14));
         AppState withGarbage(*m_defaults);
-        QCOMPARE(withGarbage.downloadLocation(), std::optional<QString>(QDir::homePath() + QStringLiteral("/Downloads")));
+        QCOMPARE(withGarbage.downloadLocation(),
+                 std::optional<QString>(QDir::homePath() + QStringLiteral("/Downloads")));
     }
 
     void floatingPlayerSizeOutlivesARelaunch()

@@ -1,11 +1,10 @@
+#include "FakePermissionProbe.h"
+#include "LogCapture.h"
+#include "ManualClock.h"
+#include "TestEnvironment.h"
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
 #include "core/Defaults.h"
-#include "ManualClock.h"
-
-#include "FakePermissionProbe.h"
-#include "LogCapture.h"
-#include "TestEnvironment.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -67,9 +66,10 @@ private Q_SLOTS:
         QVERIFY(m_state->isOnboardingMode());
         m_clock->advance(1s);
         QVERIFY(!m_state->isOnboardingMode());
-        QVERIFY(log.containsInOrder({QStringLiteral("⚠️ Safety timeout triggered - onboarding mode still active after 60s"),
-                                     QStringLiteral("   Force disabling onboarding mode"),
-                                     QStringLiteral("✅ Onboarding mode force-disabled - permission checks now active")}));
+        QVERIFY(log.containsInOrder(
+            {QStringLiteral("⚠️ Safety timeout triggered - onboarding mode still active after 60s"),
+             QStringLiteral("   Force disabling onboarding mode"),
+             QStringLiteral("✅ Onboarding mode force-disabled - permission checks now active")}));
     }
 
     void safetyStepLeavesAFinishedOnboarding()
@@ -85,8 +85,8 @@ private Q_SLOTS:
         test::LogCapture log;
         m_manager->checkAccessibilityPermission();
         const QStringList lines = log.lines();
-        const int at = static_cast<int>(
-            lines.indexOf(QStringLiteral("🔍 DEBUG: About to call AXIsProcessTrusted() from checkAccessibilityPermission()")));
+        const int at = static_cast<int>(lines.indexOf(
+            QStringLiteral("🔍 DEBUG: About to call AXIsProcessTrusted() from checkAccessibilityPermission()")));
         QVERIFY(at >= 0);
         QVERIFY(lines.value(at + 1).startsWith(QStringLiteral("   Timestamp: ")));
         QCOMPARE(lines.value(at + 1).mid(14).toDouble(), m_clock->now().toMSecsSinceEpoch() / 1000.0);
@@ -100,11 +100,10 @@ private Q_SLOTS:
         m_manager->forceCheckAccessibilityPermission();
         m_probe.accessibility = true;
         m_manager->forceCheckAccessibilityPermission();
-        QVERIFY(log.containsInOrder({QStringLiteral("🔄 Force accessibility check:"),
-                                     QStringLiteral("   Permission status: DENIED ❌"),
-                                     QStringLiteral("   Status unchanged"), QStringLiteral("🔄 Force accessibility check:"),
-                                     QStringLiteral("   Permission status: GRANTED ✅"),
-                                     QStringLiteral("   Status changed: GRANTED! ✅")}));
+        QVERIFY(log.containsInOrder(
+            {QStringLiteral("🔄 Force accessibility check:"), QStringLiteral("   Permission status: DENIED ❌"),
+             QStringLiteral("   Status unchanged"), QStringLiteral("🔄 Force accessibility check:"),
+             QStringLiteral("   Permission status: GRANTED ✅"), QStringLiteral("   Status changed: GRANTED! ✅")}));
         QVERIFY(m_manager->accessibilityGranted());
     }
 

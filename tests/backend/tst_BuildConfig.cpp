@@ -1,8 +1,7 @@
+#include "TestEnvironment.h"
 #include "backend/BuildConfig.h"
 #include "backend/DeviceIdentifier.h"
 #include "core/Defaults.h"
-
-#include "TestEnvironment.h"
 
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -28,10 +27,10 @@ private Q_SLOTS:
         QTest::addColumn<QVariant>("expected");    // invalid: no value
 
         const QString key = QStringLiteral("APIKey");
-        QTest::newRow("build value") << QJsonObject{{key, QStringLiteral("from-build")}} << QVariant(QStringLiteral("env"))
-                                     << QVariant(QStringLiteral("from-build"));
-        QTest::newRow("empty build value") << QJsonObject{{key, QString()}} << QVariant(QStringLiteral("env"))
-                                           << QVariant(QStringLiteral("env"));
+        QTest::newRow("build value") << QJsonObject{{key, QStringLiteral("from-build")}}
+                                     << QVariant(QStringLiteral("env")) << QVariant(QStringLiteral("from-build"));
+        QTest::newRow("empty build value")
+            << QJsonObject{{key, QString()}} << QVariant(QStringLiteral("env")) << QVariant(QStringLiteral("env"));
         QTest::newRow("number in build") << QJsonObject{{key, 42}} << QVariant(QStringLiteral("env"))
                                          << QVariant(QStringLiteral("env"));
         QTest::newRow("empty variable stays empty") << QJsonObject() << QVariant(QString()) << QVariant(QString());
@@ -72,9 +71,10 @@ private Q_SLOTS:
             Defaults defaults(env.defaultsFile());
             return readOrCreateDeviceID(defaults);
         }();
-        QVERIFY(QRegularExpression(QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$"))
-                    .match(first)
-                    .hasMatch());
+        QVERIFY(
+            QRegularExpression(QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}$"))
+                .match(first)
+                .hasMatch());
         Defaults relaunched(env.defaultsFile());
         QCOMPARE(readOrCreateDeviceID(relaunched), first);
 

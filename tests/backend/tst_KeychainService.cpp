@@ -36,12 +36,15 @@ private Q_SLOTS:
         QCOMPARE(keychain.get(QStringLiteral("openai_api_key")), std::nullopt);
 
         QVERIFY(storeSecret(service, QStringLiteral("openai_api_key"), "sk-test-ünïcode"));
-        QCOMPARE(keychain.get(QStringLiteral("openai_api_key")), std::optional<QString>(QStringLiteral("sk-test-ünïcode")));
+        QCOMPARE(keychain.get(QStringLiteral("openai_api_key")),
+                 std::optional<QString>(QStringLiteral("sk-test-ünïcode")));
 
         // Another service is asked only when named.
-        QCOMPARE(KeychainService(QStringLiteral("com.parlino.elsewhere")).get(QStringLiteral("openai_api_key")), std::nullopt);
-        QCOMPARE(KeychainService(QStringLiteral("com.parlino.elsewhere")).get(QStringLiteral("openai_api_key"), service),
-                 std::optional<QString>(QStringLiteral("sk-test-ünïcode")));
+        QCOMPARE(KeychainService(QStringLiteral("com.parlino.elsewhere")).get(QStringLiteral("openai_api_key")),
+                 std::nullopt);
+        QCOMPARE(
+            KeychainService(QStringLiteral("com.parlino.elsewhere")).get(QStringLiteral("openai_api_key"), service),
+            std::optional<QString>(QStringLiteral("sk-test-ünïcode")));
     }
 
     void bytesThatAreNotTextReadAsAbsent()

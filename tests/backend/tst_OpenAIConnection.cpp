@@ -1,8 +1,7 @@
-#include "backend/OpenAIConnection.h"
-
 #include "LogCapture.h"
 #include "TestEnvironment.h"
 #include "backend/KeychainService.h"
+#include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
 
 #include <QProcess>

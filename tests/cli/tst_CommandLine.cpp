@@ -23,9 +23,11 @@ private Q_SLOTS:
         QTest::newRow("url from the desktop") << QStringList{QStringLiteral("parlino://open")} << Kind::openUrls
                                               << QStringList{QStringLiteral("parlino://open")};
         QTest::newRow("subcommand keeps its options")
-            << QStringList{QStringLiteral("synthesize"), QStringLiteral("--voice"), QStringLiteral("nova"), QStringLiteral("-")}
+            << QStringList{QStringLiteral("synthesize"), QStringLiteral("--voice"), QStringLiteral("nova"),
+                           QStringLiteral("-")}
             << Kind::subcommand << QStringList{QStringLiteral("--voice"), QStringLiteral("nova"), QStringLiteral("-")};
-        QTest::newRow("unknown option") << QStringList{QStringLiteral("--frobnicate")} << Kind::invalid << QStringList();
+        QTest::newRow("unknown option") << QStringList{QStringLiteral("--frobnicate")} << Kind::invalid
+                                        << QStringList();
     }
 
     void parse()

@@ -1,9 +1,8 @@
-#include "cli/OpenAICommands.h"
-
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
 #include "ai/OpenAIClient.h"
 #include "backend/OpenAIConnection.h"
+#include "cli/OpenAICommands.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 
@@ -13,11 +12,10 @@
 #include <QProcess>
 #include <QTest>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
+#include <fcntl.h>
 #include <functional>
+#include <unistd.h>
 
 using namespace parlino;
 using namespace parlino::test;
@@ -56,7 +54,8 @@ CommandRun runCommand(const std::function<int()> &command, const QByteArray &inp
 
     // QtTest prints log lines on standard output; the app's own handler uses standard error. Keep
     // them out of what the command prints.
-    const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
     CommandRun run;
     run.exitCode = command();
     qInstallMessageHandler(previous);
@@ -82,9 +81,9 @@ CommandRun runCommand(const std::function<int()> &command, const QByteArray &inp
 double probeDuration(const QString &path)
 {
     QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"), {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                                              QStringLiteral("format=duration"), QStringLiteral("-of"),
-                                              QStringLiteral("csv=p=0"), path});
+    ffprobe.start(QStringLiteral("ffprobe"),
+                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
+                   QStringLiteral("format=duration"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
     ffprobe.waitForFinished(60000);
     return ffprobe.exitCode() == 0 && ffprobe.readAllStandardError().isEmpty()
                ? ffprobe.readAllStandardOutput().trimmed().toDouble()
@@ -133,7 +132,8 @@ private Q_SLOTS:
     {
         const QString output = workFolder() + QStringLiteral("/hello.mp3");
         const auto run = runCommand([&] {
-            return runSynthesizeCommand(*m_client, *m_cache, {QStringLiteral("--voice"), QStringLiteral("echo"), QStringLiteral("--speed"),
+            return runSynthesizeCommand(*m_client, *m_cache,
+                                        {QStringLiteral("--voice"), QStringLiteral("echo"), QStringLiteral("--speed"),
                                          QStringLiteral("1.5"), QStringLiteral("--output"), output,
                                          QStringLiteral("Hello from the command line.")});
         });
@@ -148,7 +148,8 @@ private Q_SLOTS:
 
         // Again: answered from the shared cache, copied out, the cache's file left in place.
         const auto again = runCommand([&] {
-            return runSynthesizeCommand(*m_client, *m_cache, {QStringLiteral("--voice"), QStringLiteral("echo"), QStringLiteral("--speed"),
+            return runSynthesizeCommand(*m_client, *m_cache,
+                                        {QStringLiteral("--voice"), QStringLiteral("echo"), QStringLiteral("--speed"),
                                          QStringLiteral("1.5"), QStringLiteral("--output"), output,
                                          QStringLiteral("Hello from the command line.")});
         });
@@ -167,7 +168,8 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(written).absolutePath(), workFolder());
         QVERIFY(QFileInfo(written).fileName().endsWith(QStringLiteral(".mp3")));
         QVERIFY(probeDuration(written) > 0.5);
-        QCOMPARE(m_server.requests().at(0).json.value(u"input").toString(), QStringLiteral("Text from standard input.\n"));
+        QCOMPARE(m_server.requests().at(0).json.value(u"input").toString(),
+                 QStringLiteral("Text from standard input.\n"));
     }
 
     void serviceErrorsPrintTheDescriptionAndExitOne()
@@ -175,7 +177,8 @@ private Q_SLOTS:
         m_server.setSpeechFailure(OpenAITestServer::Failure::error(401, "{\"error\":\"Incorrect API key\"}"));
         const QString output = workFolder() + QStringLiteral("/never.mp3");
         const auto run = runCommand([&] {
-            return runSynthesizeCommand(*m_client, *m_cache, {QStringLiteral("--output"), output, QStringLiteral("Refused text.")});
+            return runSynthesizeCommand(*m_client, *m_cache,
+                                        {QStringLiteral("--output"), output, QStringLiteral("Refused text.")});
         });
         QCOMPARE(run.exitCode, 1);
         QCOMPARE(run.err, QStringLiteral("API Error (401): {\"error\":\"Incorrect API key\"}\n"));
@@ -183,7 +186,8 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(output));
 
         m_server.setChatFailure(OpenAITestServer::Failure::error(503, "busy"));
-        const auto summary = runCommand([this] { return runSummarizeCommand(*m_client, {QStringLiteral("Some text.")}); });
+        const auto summary =
+            runCommand([this] { return runSummarizeCommand(*m_client, {QStringLiteral("Some text.")}); });
         QCOMPARE(summary.exitCode, 1);
         QCOMPARE(summary.err, QStringLiteral("API Error (503): busy\n"));
     }
@@ -192,7 +196,8 @@ private Q_SLOTS:
     {
         m_server.setChatContent(QStringLiteral("In short: it works."));
         const auto run = runCommand([this] {
-            return runSummarizeCommand(*m_client, {QStringLiteral("--length"), QStringLiteral("long"), QStringLiteral("A"),
+            return runSummarizeCommand(*m_client,
+                                       {QStringLiteral("--length"), QStringLiteral("long"), QStringLiteral("A"),
                                         QStringLiteral("long"), QStringLiteral("text.")});
         });
         QCOMPARE(run.exitCode, 0);
@@ -200,8 +205,14 @@ private Q_SLOTS:
         const auto requests = m_server.requests(QStringLiteral("/chat/completions"));
         QCOMPARE(requests.size(), 1);
         QCOMPARE(requests[0].json.value(u"max_tokens").toInt(), 600);
-        QVERIFY(requests[0].json.value(u"messages").toArray().at(1).toObject().value(u"content").toString().endsWith(
-            QStringLiteral("\n\nA long text.")));
+        QVERIFY(requests[0]
+                    .json.value(u"messages")
+                    .toArray()
+                    .at(1)
+                    .toObject()
+                    .value(u"content")
+                    .toString()
+                    .endsWith(QStringLiteral("\n\nA long text.")));
     }
 
     void badUsageExitsTwo_data()
@@ -209,18 +220,27 @@ private Q_SLOTS:
         QTest::addColumn<bool>("synthesize");
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("problem");
-        QTest::newRow("unknown voice") << true << QStringList{QStringLiteral("--voice"), QStringLiteral("bob"), QStringLiteral("Hi")}
+        QTest::newRow("unknown voice") << true
+                                       << QStringList{QStringLiteral("--voice"), QStringLiteral("bob"),
+                                                      QStringLiteral("Hi")}
                                        << QStringLiteral("unknown voice \"bob\"");
-        QTest::newRow("speed text") << true << QStringList{QStringLiteral("--speed"), QStringLiteral("fast"), QStringLiteral("Hi")}
+        QTest::newRow("speed text") << true
+                                    << QStringList{QStringLiteral("--speed"), QStringLiteral("fast"),
+                                                   QStringLiteral("Hi")}
                                     << QStringLiteral("the speed must be a number from 0.25 to 4.0");
-        QTest::newRow("speed range") << true << QStringList{QStringLiteral("--speed"), QStringLiteral("9"), QStringLiteral("Hi")}
+        QTest::newRow("speed range") << true
+                                     << QStringList{QStringLiteral("--speed"), QStringLiteral("9"),
+                                                    QStringLiteral("Hi")}
                                      << QStringLiteral("the speed must be a number from 0.25 to 4.0");
         QTest::newRow("unknown option") << true << QStringList{QStringLiteral("--loud"), QStringLiteral("Hi")}
                                         << QStringLiteral("Unknown option 'loud'.");
         QTest::newRow("no text") << true << QStringList{QStringLiteral("-")} << QStringLiteral("no text to read");
-        QTest::newRow("unknown length") << false << QStringList{QStringLiteral("--length"), QStringLiteral("tiny"), QStringLiteral("Hi")}
+        QTest::newRow("unknown length") << false
+                                        << QStringList{QStringLiteral("--length"), QStringLiteral("tiny"),
+                                                       QStringLiteral("Hi")}
                                         << QStringLiteral("unknown length \"tiny\"");
-        QTest::newRow("blank text") << false << QStringList{QStringLiteral("  ")} << QStringLiteral("no text to summarize");
+        QTest::newRow("blank text") << false << QStringList{QStringLiteral("  ")}
+                                    << QStringLiteral("no text to summarize");
     }
 
     void badUsageExitsTwo()
@@ -229,7 +249,8 @@ private Q_SLOTS:
         QFETCH(QStringList, arguments);
         QFETCH(QString, problem);
         const auto run = runCommand([&] {
-            return synthesize ? runSynthesizeCommand(*m_client, *m_cache, arguments) : runSummarizeCommand(*m_client, arguments);
+            return synthesize ? runSynthesizeCommand(*m_client, *m_cache, arguments)
+                              : runSummarizeCommand(*m_client, arguments);
         });
         QCOMPARE(run.exitCode, 2);
         QString expected = synthesize ? QStringLiteral("parlino synthesize: ") : QStringLiteral("parlino summarize: ");

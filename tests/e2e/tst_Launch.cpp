@@ -18,8 +18,8 @@ namespace {
 QRect trayGeometry()
 {
     QRect largest;
-    const QStringList ids = runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--class"),
-                                                            QStringLiteral("trayer")})
+    const QStringList ids = runTool(QStringLiteral("xdotool"),
+                                    {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")})
                                 .split(u'\n', Qt::SkipEmptyParts);
     for (const QString &id : ids) {
         QRect rect;
@@ -107,12 +107,14 @@ private Q_SLOTS:
         int at = 0;
         for (const QString &line : expected) {
             at = static_cast<int>(lines.indexOf(line, at));
-            QVERIFY2(at >= 0, qPrintable(QStringLiteral("missing or out of order: ") + line + u'\n' + lines.join(u'\n')));
+            QVERIFY2(at >= 0,
+                     qPrintable(QStringLiteral("missing or out of order: ") + line + u'\n' + lines.join(u'\n')));
         }
-        QTRY_VERIFY_WITH_TIMEOUT(!runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"),
-                                                                   QStringLiteral("Welcome to Parlino")})
-                                      .isEmpty(),
-                                 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !runTool(QStringLiteral("xdotool"),
+                     {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("Welcome to Parlino")})
+                 .isEmpty(),
+            10000);
         // Seeing the window is what marks onboarding as viewed.
         QTRY_VERIFY_WITH_TIMEOUT(
             [&] {
@@ -142,9 +144,11 @@ private Q_SLOTS:
         QVERIFY(lines.contains(QStringLiteral("✅ StatusBarController: Custom menu bar icon set")));
 
         // The icon is embedded by the tray host a moment after start-up.
-        QTRY_VERIFY_WITH_TIMEOUT(iconPixels(screenshot(env.root() + QStringLiteral("/after.png")), tray) > before + 40, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(iconPixels(screenshot(env.root() + QStringLiteral("/after.png")), tray) > before + 40,
+                                 10000);
         // No onboarding window in tray-only mode.
-        QVERIFY(runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("Welcome to Parlino")})
+        QVERIFY(runTool(QStringLiteral("xdotool"),
+                        {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("Welcome to Parlino")})
                     .isEmpty());
     }
 
@@ -183,10 +187,11 @@ private Q_SLOTS:
         QVERIFY(app.start());
         QVERIFY(app.waitForLine(QStringLiteral("▶️ Playing ") + mp3));
         QVERIFY(app.waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
-        QTRY_VERIFY_WITH_TIMEOUT(!runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                                                      QStringLiteral("--name"), QStringLiteral("^Parlino Player$")})
-                                      .isEmpty(),
-                                 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                 QStringLiteral("--name"), QStringLiteral("^Parlino Player$")})
+                 .isEmpty(),
+            5000);
 
         // A second play goes to the running app; a missing file is reported, not played.
         QCOMPARE(AppProcess::runToEnd({QStringLiteral("play"), mp3}), 0);

@@ -14,7 +14,8 @@ namespace {
 
 void pressKeys(const QString &combination)
 {
-    QProcess::execute(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), combination});
+    QProcess::execute(QStringLiteral("xdotool"),
+                      {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), combination});
 }
 
 QStringList spokenInputs(const OpenAITestServer &server)
@@ -27,8 +28,8 @@ QStringList spokenInputs(const OpenAITestServer &server)
 
 bool floatingPlayerVisible()
 {
-    return !runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                                            QStringLiteral("^Parlino Player$")})
+    return !runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                                QStringLiteral("--name"), QStringLiteral("^Parlino Player$")})
                 .isEmpty();
 }
 
@@ -41,7 +42,8 @@ public:
         if (mode == u"accessible")
             environment.insert(QStringLiteral("QT_LINUX_ACCESSIBILITY_ALWAYS_ON"), QStringLiteral("1"));
         m_process.setProcessEnvironment(environment);
-        m_process.start(QStringLiteral(PARLINO_SELECTION_APP), {QStringLiteral("--mode"), mode, QStringLiteral("--text"), text});
+        m_process.start(QStringLiteral(PARLINO_SELECTION_APP),
+                        {QStringLiteral("--mode"), mode, QStringLiteral("--text"), text});
     }
     ~SelectionApp()
     {
@@ -84,10 +86,7 @@ private Q_SLOTS:
         QVERIFY(m_app->waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
     }
 
-    void cleanupTestCase()
-    {
-        m_app.reset();
-    }
+    void cleanupTestCase() { m_app.reset(); }
 
     void init()
     {
@@ -99,9 +98,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("mode");
         QTest::addColumn<QString>("text");
-        QTest::newRow("accessibility") << "accessible" << "The accessible field holds this sentence.";
-        QTest::newRow("primary selection") << "primary" << "Only the primary selection has these words.";
-        QTest::newRow("copy command") << "copy" << "This text arrives through the copy command.";
+        QTest::newRow("accessibility") << "accessible"
+                                       << "The accessible field holds this sentence.";
+        QTest::newRow("primary selection") << "primary"
+                                           << "Only the primary selection has these words.";
+        QTest::newRow("copy command") << "copy"
+                                      << "This text arrives through the copy command.";
     }
 
     void shortcutReadsTheSelection()
@@ -155,13 +157,15 @@ private Q_SLOTS:
         pressKeys(QStringLiteral("super+shift+s"));
         QVERIFY(m_app->waitForLine(QStringLiteral("⏹️ Playback stopped")));
         m_server.setSpeechFailure(OpenAITestServer::Failure::error(500, R"({"error":{"message":"boom"}})"));
-        SelectionApp selection(QStringLiteral("primary"), QStringLiteral("This request is going to fail on the server."));
+        SelectionApp selection(QStringLiteral("primary"),
+                               QStringLiteral("This request is going to fail on the server."));
         QVERIFY(selection.waitUntilReady());
         pressKeys(QStringLiteral("super+shift+r"));
-        QTRY_VERIFY_WITH_TIMEOUT(
-            std::any_of(m_app->lines().cbegin(), m_app->lines().cend(),
-                        [](const QString &line) { return line.startsWith(QStringLiteral("❌ Failed to generate audio: ")); }),
-            15000);
+        QTRY_VERIFY_WITH_TIMEOUT(std::any_of(m_app->lines().cbegin(), m_app->lines().cend(),
+                                             [](const QString &line) {
+                                                 return line.startsWith(QStringLiteral("❌ Failed to generate audio: "));
+                                             }),
+                                 15000);
         QTRY_VERIFY_WITH_TIMEOUT(!floatingPlayerVisible(), 5000);
     }
 
@@ -169,7 +173,8 @@ private Q_SLOTS:
     {
         const int before = plays();
         QCOMPARE(AppProcess::runToEnd({QStringLiteral("--read-aloud"), QStringLiteral("Some text from a script.")}), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(spokenInputs(m_server), QStringList{QStringLiteral("Some text from a script.")}, 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(spokenInputs(m_server), QStringList{QStringLiteral("Some text from a script.")},
+                                  15000);
         QTRY_COMPARE_WITH_TIMEOUT(plays(), before + 1, 15000);
 
         QString output;

@@ -8,8 +8,9 @@
 #include "input/KeyboardShortcutManager.h"
 #include "input/KeyboardShortcutPreferences.h"
 
-#include <optional>
 #include <QTest>
+
+#include <optional>
 
 using namespace parlino;
 using namespace parlino::test;
@@ -98,8 +99,10 @@ private Q_SLOTS:
 
     void actionLackingFromStoredBindingsStaysUnregistered()
     {
-        m_defaults->set(KeyboardShortcutPreferences::userDefaultsKey,
-                        QByteArray(R"({"readAloud": {"keyCode": 15, "modifiers": 768}, "playPause": {"keyCode": 35, "modifiers": 768}})"));
+        m_defaults->set(
+            KeyboardShortcutPreferences::userDefaultsKey,
+            QByteArray(
+                R"({"readAloud": {"keyCode": 15, "modifiers": 768}, "playPause": {"keyCode": 35, "modifiers": 768}})"));
         auto manager = makeManager();
         QCOMPARE(manager->registeredHotKeys(), (QList<HotKeyID>{HotKeyID::readAloud, HotKeyID::playPause}));
     }
@@ -125,14 +128,15 @@ private Q_SLOTS:
         LogCapture log;
         for (quint32 id = 0; id <= 17; ++id)
             m_backend->press(id);
-        QCOMPARE(m_actions.calls,
-                 (QStringList{QStringLiteral("readAloud(chosen words)"), QStringLiteral("readSummary(chosen words)"),
-                              QStringLiteral("togglePlayPause"), QStringLiteral("adjustSpeed(true)"),
-                              QStringLiteral("adjustSpeed(false)"), QStringLiteral("createPodcast(chosen words)"),
-                              QStringLiteral("downloadAudio"), QStringLiteral("saveAudio"), QStringLiteral("summarizeText"),
-                              QStringLiteral("readAloud(chosen words)"), QStringLiteral("stopReading"),
-                              QStringLiteral("adjustSpeedFaster(true)"), QStringLiteral("adjustSpeedFaster(false)"),
-                              QStringLiteral("openLibrary"), QStringLiteral("askQuestion")}));
+        QCOMPARE(
+            m_actions.calls,
+            (QStringList{QStringLiteral("readAloud(chosen words)"), QStringLiteral("readSummary(chosen words)"),
+                         QStringLiteral("togglePlayPause"), QStringLiteral("adjustSpeed(true)"),
+                         QStringLiteral("adjustSpeed(false)"), QStringLiteral("createPodcast(chosen words)"),
+                         QStringLiteral("downloadAudio"), QStringLiteral("saveAudio"), QStringLiteral("summarizeText"),
+                         QStringLiteral("readAloud(chosen words)"), QStringLiteral("stopReading"),
+                         QStringLiteral("adjustSpeedFaster(true)"), QStringLiteral("adjustSpeedFaster(false)"),
+                         QStringLiteral("openLibrary"), QStringLiteral("askQuestion")}));
         QVERIFY(log.containsInOrder({QStringLiteral("🎯 READ ALOUD SHORTCUT TRIGGERED"),
                                      QStringLiteral("🎯 Read Selected Text shortcut triggered"),
                                      QStringLiteral("🎯 READ ALOUD SHORTCUT TRIGGERED"),
@@ -145,8 +149,8 @@ private Q_SLOTS:
         auto manager = makeManager();
         m_capturePlatform.clipboard = QStringLiteral("old clipboard");
         m_backend->press(1);
-        QCOMPARE(m_actions.calls,
-                 QStringList{QStringLiteral("showNoTextSelected(No text selected. Please select some text and try again.)")});
+        QCOMPARE(m_actions.calls, QStringList{QStringLiteral(
+                                      "showNoTextSelected(No text selected. Please select some text and try again.)")});
     }
 
     void onboardingTestStepReplaysInsteadOfCapturing()

@@ -9,13 +9,13 @@
 #include "platform/linux/LinuxInputPlatform.h"
 #include "platform/linux/X11HotKeyBackend.h"
 
-#include <optional>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QTest>
 
 #include <X11/Xlib.h>
 #include <X11/keysym.h>
+#include <optional>
 
 using namespace parlino;
 using namespace parlino::test;
@@ -93,8 +93,9 @@ private Q_SLOTS:
         type(QStringLiteral("super+alt+s"));
         type(QStringLiteral("super+shift+s"));
         QVERIFY(waitForCall(QStringLiteral("stopReading")));
-        QCOMPARE(m_actions.calls, (QStringList{QStringLiteral("readAloud(Read this aloud.)"), QStringLiteral("adjustSpeed(true)"),
-                                               QStringLiteral("saveAudio"), QStringLiteral("stopReading")}));
+        QCOMPARE(m_actions.calls,
+                 (QStringList{QStringLiteral("readAloud(Read this aloud.)"), QStringLiteral("adjustSpeed(true)"),
+                              QStringLiteral("saveAudio"), QStringLiteral("stopReading")}));
     }
 
     void locksDoNotStopTheShortcuts()

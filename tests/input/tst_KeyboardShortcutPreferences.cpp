@@ -60,7 +60,8 @@ private Q_SLOTS:
         QVERIFY(log.contains(QStringLiteral("✅ Loaded 15 custom shortcuts")));
         QCOMPARE(reloaded.shortcuts(), preferences.shortcuts());
         QCOMPARE(reloaded.shortcuts().value(QStringLiteral("readAloud")), (KeyboardShortcut{17, 0x1800}));
-        const QJsonObject stored = QJsonDocument::fromJson(reopened.dataForKey(KeyboardShortcutPreferences::userDefaultsKey)).object();
+        const QJsonObject stored =
+            QJsonDocument::fromJson(reopened.dataForKey(KeyboardShortcutPreferences::userDefaultsKey)).object();
         QCOMPARE(stored.value(QStringLiteral("readAloud")).toObject(),
                  (QJsonObject{{QStringLiteral("keyCode"), 17}, {QStringLiteral("modifiers"), 0x1800}}));
     }
@@ -80,11 +81,16 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("stored");
         QTest::addColumn<QString>("reason");
         QTest::newRow("broken JSON") << QByteArray(R"({"readAloud": {"keyCode": 15,)") << QString();
-        QTest::newRow("not an object") << QByteArray("[1, 2]") << QStringLiteral("the stored value is not a JSON object");
-        QTest::newRow("negative key code") << QByteArray(R"({"readAloud": {"keyCode": -1, "modifiers": 768}})")
-                                           << QStringLiteral("the binding for \"readAloud\": \"keyCode\" is missing or not a non-negative whole number");
-        QTest::newRow("missing modifiers") << QByteArray(R"({"playPause": {"keyCode": 35}})")
-                                           << QStringLiteral("the binding for \"playPause\": \"modifiers\" is missing or not a non-negative whole number");
+        QTest::newRow("not an object") << QByteArray("[1, 2]")
+                                       << QStringLiteral("the stored value is not a JSON object");
+        QTest::newRow("negative key code")
+            << QByteArray(R"({"readAloud": {"keyCode": -1, "modifiers": 768}})")
+            << QStringLiteral(
+                   "the binding for \"readAloud\": \"keyCode\" is missing or not a non-negative whole number");
+        QTest::newRow("missing modifiers")
+            << QByteArray(R"({"playPause": {"keyCode": 35}})")
+            << QStringLiteral(
+                   "the binding for \"playPause\": \"modifiers\" is missing or not a non-negative whole number");
     }
 
     void unreadableStoredValueKeepsDefaultsAndIsNotLost()
@@ -104,7 +110,8 @@ private Q_SLOTS:
         // Saving new bindings moves the unreadable value aside instead of dropping it.
         preferences.set(KeyboardShortcut{15, 0x300}, QStringLiteral("readAloud"));
         QCOMPARE(m_defaults->dataForKey(KeyboardShortcutPreferences::unreadableBackupKey), stored);
-        QVERIFY(QJsonDocument::fromJson(m_defaults->dataForKey(KeyboardShortcutPreferences::userDefaultsKey)).isObject());
+        QVERIFY(
+            QJsonDocument::fromJson(m_defaults->dataForKey(KeyboardShortcutPreferences::userDefaultsKey)).isObject());
     }
 };
 

@@ -35,7 +35,8 @@ private Q_SLOTS:
         m_fake.primary = QStringLiteral("secret");
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), std::nullopt);
-        QVERIFY(log.contains(QStringLiteral("🔍 TextCaptureService.captureSelectedText() blocked - onboarding not completed")));
+        QVERIFY(log.contains(
+            QStringLiteral("🔍 TextCaptureService.captureSelectedText() blocked - onboarding not completed")));
         QVERIFY(!m_service->hasAccessibilityPermission());
         QVERIFY(log.contains(QStringLiteral("🔒 Accessibility check skipped - onboarding not completed")));
         QCOMPARE(m_fake.calls, QStringList());
@@ -82,9 +83,10 @@ private Q_SLOTS:
         m_fake.primary = QStringLiteral("from primary");
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("from primary"));
-        QVERIFY(log.containsInOrder({QStringLiteral("⚠️ Could not get focused element"),
-                                     QStringLiteral("ℹ️ Accessibility API returned no text, trying clipboard fallback"),
-                                     QStringLiteral("✅ Captured text via clipboard (12 chars)")}));
+        QVERIFY(
+            log.containsInOrder({QStringLiteral("⚠️ Could not get focused element"),
+                                 QStringLiteral("ℹ️ Accessibility API returned no text, trying clipboard fallback"),
+                                 QStringLiteral("✅ Captured text via clipboard (12 chars)")}));
         QVERIFY(!m_fake.calls.contains(QStringLiteral("press Ctrl+C")));
     }
 
@@ -96,18 +98,24 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<QString>>("expected");
         QTest::addColumn<QStringList>("expectedLines");
         const auto same = std::optional<QString>(QStringLiteral("same words"));
-        QTest::newRow("same text copied again counts as new") << same << true << same << same
-            << QStringList{QStringLiteral("📋 Change count delta: 1"), QStringLiteral("✅ Clipboard updated with new content (10 chars)"),
+        QTest::newRow("same text copied again counts as new")
+            << same << true << same << same
+            << QStringList{QStringLiteral("📋 Change count delta: 1"),
+                           QStringLiteral("✅ Clipboard updated with new content (10 chars)"),
                            QStringLiteral("   Method: changeCount increased")};
-        QTest::newRow("content differs without a change") << same << false << std::optional<QString>(QStringLiteral("other"))
+        QTest::newRow("content differs without a change")
+            << same << false << std::optional<QString>(QStringLiteral("other"))
             << std::optional<QString>(QStringLiteral("other"))
-            << QStringList{QStringLiteral("✅ Clipboard has different content (5 chars)"), QStringLiteral("   Method: content comparison")};
-        QTest::newRow("nothing written") << same << false << same << std::optional<QString>()
+            << QStringList{QStringLiteral("✅ Clipboard has different content (5 chars)"),
+                           QStringLiteral("   Method: content comparison")};
+        QTest::newRow("nothing written")
+            << same << false << same << std::optional<QString>()
             << QStringList{QStringLiteral("⚠️ Clipboard content unchanged - same as before"),
                            QStringLiteral("   This likely means no text was selected in the frontmost app"),
                            QStringLiteral("❌ No text captured - no text may be selected")};
         QTest::newRow("no text at all") << std::optional<QString>() << true << std::optional<QString>(QString())
-            << std::optional<QString>() << QStringList{QStringLiteral("📋 Old content preview: nil"),
+                                        << std::optional<QString>()
+                                        << QStringList{QStringLiteral("📋 Old content preview: nil"),
                                                        QStringLiteral("⚠️ No text captured via clipboard")};
     }
 
@@ -130,20 +138,24 @@ private Q_SLOTS:
         QVERIFY2(log.containsInOrder(expectedLines), qPrintable(log.lines().join(u'\n')));
         // The user's hot-key modifiers are let go before the chord, and the chord is released again.
         QCOMPARE(m_fake.calls.mid(m_fake.calls.indexOf(QStringLiteral("releaseModifiers"))),
-                 (QStringList{QStringLiteral("releaseModifiers"), QStringLiteral("press Ctrl+C"), QStringLiteral("release"),
-                              QStringLiteral("clipboard")}));
+                 (QStringList{QStringLiteral("releaseModifiers"), QStringLiteral("press Ctrl+C"),
+                              QStringLiteral("release"), QStringLiteral("clipboard")}));
     }
 
     void terminalsGetControlShiftC()
     {
-        QVERIFY(TextCaptureService::isTerminalWindowClass({QStringLiteral("gnome-terminal-server"), QStringLiteral("Gnome-terminal")}));
+        QVERIFY(TextCaptureService::isTerminalWindowClass(
+            {QStringLiteral("gnome-terminal-server"), QStringLiteral("Gnome-terminal")}));
         QVERIFY(TextCaptureService::isTerminalWindowClass({QStringLiteral("kitty"), QStringLiteral("kitty")}));
         QVERIFY(!TextCaptureService::isTerminalWindowClass({QStringLiteral("kate"), QStringLiteral("kate")}));
         QVERIFY(!TextCaptureService::isTerminalWindowClass({}));
 
         m_fake.hasFocusedElement = false;
         m_fake.windowClass = {QStringLiteral("xterm"), QStringLiteral("XTerm")};
-        m_fake.onCopy = [](FakeCapturePlatform &fake) { fake.clipboard = QStringLiteral("ls -l"); ++fake.count; };
+        m_fake.onCopy = [](FakeCapturePlatform &fake) {
+            fake.clipboard = QStringLiteral("ls -l");
+            ++fake.count;
+        };
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("ls -l"));
         QVERIFY(m_fake.calls.contains(QStringLiteral("press Ctrl+Shift+C")));
         QVERIFY(!m_fake.calls.contains(QStringLiteral("press Ctrl+C")));
@@ -155,9 +167,10 @@ private Q_SLOTS:
         m_fake.primary = QStringLiteral("primary text");
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("primary text"));
-        QVERIFY(log.containsInOrder({QStringLiteral("⚠️ No accessibility permission - clipboard method requires it too"),
-                                     QStringLiteral("⚠️ Ctrl+C keyboard simulation needs accessibility permission"),
-                                     QStringLiteral("✅ Captured text via clipboard (12 chars)")}));
+        QVERIFY(log.containsInOrder(
+            {QStringLiteral("⚠️ No accessibility permission - clipboard method requires it too"),
+             QStringLiteral("⚠️ Ctrl+C keyboard simulation needs accessibility permission"),
+             QStringLiteral("✅ Captured text via clipboard (12 chars)")}));
         QVERIFY(!m_fake.calls.contains(QStringLiteral("focusedElement")));
 
         m_fake.primary.reset();
@@ -172,8 +185,8 @@ private Q_SLOTS:
 
         log.clear();
         QVERIFY(!m_service->hasAccessibilityPermission());
-        QVERIFY(log.containsInOrder({QStringLiteral("🔍 Accessibility check details:"),
-                                     QStringLiteral("   - AXIsProcessTrusted: false")}));
+        QVERIFY(log.containsInOrder(
+            {QStringLiteral("🔍 Accessibility check details:"), QStringLiteral("   - AXIsProcessTrusted: false")}));
         QVERIFY(log.lines().contains(QStringLiteral("   - Process name: tst_TextCaptureService")));
     }
 };

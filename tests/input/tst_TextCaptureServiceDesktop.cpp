@@ -5,12 +5,13 @@
 #include "input/TextCaptureService.h"
 #include "platform/linux/LinuxInputPlatform.h"
 
-#include <optional>
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <optional>
 
 using namespace parlino;
 using namespace parlino::test;
@@ -58,8 +59,8 @@ private Q_SLOTS:
     {
         QVERIFY(m_service->hasAccessibilityPermission());
         SelectionApp app({QStringLiteral("--mode"), QStringLiteral("accessible"), QStringLiteral("--content"),
-                          QStringLiteral("Some words before. The chosen sentence. Some after."), QStringLiteral("--text"),
-                          QStringLiteral("The chosen sentence.")});
+                          QStringLiteral("Some words before. The chosen sentence. Some after."),
+                          QStringLiteral("--text"), QStringLiteral("The chosen sentence.")});
         QVERIFY(app.waitUntilReady());
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("The chosen sentence."));
@@ -85,9 +86,10 @@ private Q_SLOTS:
         QVERIFY(!selectionChanges.isEmpty() || selectionChanges.wait(20000));
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("Selected where no accessibility reaches."));
-        QVERIFY(log.containsInOrder({QStringLiteral("ℹ️ Accessibility API returned no text, trying clipboard fallback"),
-                                     QStringLiteral("📋 Primary selection has text (40 chars)"),
-                                     QStringLiteral("✅ Captured text via clipboard (40 chars)")}));
+        QVERIFY(
+            log.containsInOrder({QStringLiteral("ℹ️ Accessibility API returned no text, trying clipboard fallback"),
+                                 QStringLiteral("📋 Primary selection has text (40 chars)"),
+                                 QStringLiteral("✅ Captured text via clipboard (40 chars)")}));
         QVERIFY(!app.output().contains(QStringLiteral("copied")));
     }
 
@@ -110,7 +112,8 @@ private Q_SLOTS:
     void sameTextCopiedAgainIsStillCaptured()
     {
         QGuiApplication::clipboard()->setText(QStringLiteral("Copied twice."));
-        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("copy"), QStringLiteral("--text"), QStringLiteral("Copied twice.")});
+        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("copy"), QStringLiteral("--text"),
+                          QStringLiteral("Copied twice.")});
         QVERIFY(app.waitUntilReady());
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("Copied twice."));
@@ -119,8 +122,8 @@ private Q_SLOTS:
 
     void terminalIsSentControlShiftC()
     {
-        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("copy"), QStringLiteral("--terminal"), QStringLiteral("--text"),
-                          QStringLiteral("make -j2 && ctest")});
+        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("copy"), QStringLiteral("--terminal"),
+                          QStringLiteral("--text"), QStringLiteral("make -j2 && ctest")});
         QVERIFY(app.waitUntilReady());
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("make -j2 && ctest"));
         QVERIFY(app.waitForLine(QStringLiteral("copied")));
@@ -130,7 +133,8 @@ private Q_SLOTS:
 
     void nothingSelectedAndNothingCopied()
     {
-        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("none"), QStringLiteral("--text"), QStringLiteral("unreachable")});
+        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("none"), QStringLiteral("--text"),
+                          QStringLiteral("unreachable")});
         QVERIFY(app.waitUntilReady());
         QVERIFY(activeWindowName().startsWith(QStringLiteral("Selection test")));
         LogCapture log;
@@ -143,18 +147,19 @@ private Q_SLOTS:
     void beforeOnboardingNothingIsCopied()
     {
         m_defaults->set(QStringLiteral("onboardingCompleted"), false);
-        SelectionApp app({QStringLiteral("--mode"), QStringLiteral("copy"), QStringLiteral("--text"), QStringLiteral("not yet")});
+        SelectionApp app(
+            {QStringLiteral("--mode"), QStringLiteral("copy"), QStringLiteral("--text"), QStringLiteral("not yet")});
         QVERIFY(app.waitUntilReady());
         LogCapture log;
         QCOMPARE(m_service->captureSelectedText(), std::nullopt);
         QCOMPARE(log.lines(), QStringList{QStringLiteral(
-            "🔍 TextCaptureService.captureSelectedText() blocked - onboarding not completed")});
+                                  "🔍 TextCaptureService.captureSelectedText() blocked - onboarding not completed")});
         // The application was listening: once onboarding is done, the same capture copies from it, and
         // finds the clipboard as it was, with exactly one new write.
         m_defaults->set(QStringLiteral("onboardingCompleted"), true);
         QCOMPARE(m_service->captureSelectedText(), QStringLiteral("not yet"));
-        QVERIFY(log.containsInOrder({QStringLiteral("📋 Old content preview: earlier clipboard"),
-                                     QStringLiteral("📋 Change count delta: 1")}));
+        QVERIFY(log.containsInOrder(
+            {QStringLiteral("📋 Old content preview: earlier clipboard"), QStringLiteral("📋 Change count delta: 1")}));
     }
 };
 

@@ -1,10 +1,9 @@
 #include "LogCapture.h"
+#include "ManualClock.h"
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
-
 #include "app/AppState.h"
 #include "core/Defaults.h"
-#include "ManualClock.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
 #include "usage/UsageTracker.h"
@@ -71,9 +70,9 @@ private:
 
     test::TestEnvironment m_env;
     QTemporaryDir m_dir;
-    QString m_short;   // about 2 s
+    QString m_short; // about 2 s
     double m_shortSeconds = 0;
-    QString m_long;    // about 13 s, three files joined
+    QString m_long; // about 13 s, three files joined
     double m_longSeconds = 0;
     ManualClock m_manualClock;
     std::unique_ptr<PlayerRig> m_rig;
@@ -159,13 +158,12 @@ void AudioPlayerManagerTest::playsAndMirrorsIntoAppState()
     QCOMPARE_GT(r.player.duration(), 0.0);
     QVERIFY(r.appState.showFloatingPlayer());
     QCOMPARE_GT(r.appState.playbackProgress(), 0.9);
-    QVERIFY(m_log->containsInOrder({QStringLiteral("🎵 AudioPlayerManager.play() called"),
-                                    QStringLiteral("   File exists: true"),
-                                    QStringLiteral("   Initial playback speed: 2.0"),
-                                    QStringLiteral("✅ AVPlayerItem ready to play!"),
-                                    QStringLiteral("▶️ Starting playback at 2.0x speed (from settings)"),
-                                    QStringLiteral("🏁 Playback finished - preserving player for replay"),
-                                    QStringLiteral("✅ Audio ready for replay - player, URL, and duration preserved")}));
+    QVERIFY(m_log->containsInOrder(
+        {QStringLiteral("🎵 AudioPlayerManager.play() called"), QStringLiteral("   File exists: true"),
+         QStringLiteral("   Initial playback speed: 2.0"), QStringLiteral("✅ AVPlayerItem ready to play!"),
+         QStringLiteral("▶️ Starting playback at 2.0x speed (from settings)"),
+         QStringLiteral("🏁 Playback finished - preserving player for replay"),
+         QStringLiteral("✅ Audio ready for replay - player, URL, and duration preserved")}));
 }
 
 void AudioPlayerManagerTest::defaultSpeedChoosesTheStartingRate_data()

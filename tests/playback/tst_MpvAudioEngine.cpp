@@ -1,6 +1,5 @@
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
-
 #include "playback/MpvAudioEngine.h"
 
 #include <QFile>

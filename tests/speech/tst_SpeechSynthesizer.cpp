@@ -1,15 +1,13 @@
-#include "speech/SpeechSynthesizer.h"
-
 #include "AwaitTask.h"
 #include "LogCapture.h"
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
+#include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
 
-#include <optional>
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -17,6 +15,7 @@
 #include <QTest>
 
 #include <memory>
+#include <optional>
 
 using namespace parlino;
 using namespace parlino::test;
@@ -236,11 +235,15 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("description");
         const QByteArray unauthorized = "{\"error\":{\"message\":\"Incorrect API key provided\"}}";
-        QTest::newRow("401 JSON") << 401 << unauthorized << QStringLiteral("API Error (401): ") + QString::fromUtf8(unauthorized);
-        QTest::newRow("429") << 429 << QByteArray("Rate limit reached") << QStringLiteral("API Error (429): Rate limit reached");
+        QTest::newRow("401 JSON") << 401 << unauthorized
+                                  << QStringLiteral("API Error (401): ") + QString::fromUtf8(unauthorized);
+        QTest::newRow("429") << 429 << QByteArray("Rate limit reached")
+                             << QStringLiteral("API Error (429): Rate limit reached");
         QTest::newRow("empty body") << 500 << QByteArray() << QStringLiteral("API Error (500): ");
-        QTest::newRow("not UTF-8") << 502 << QByteArray("\xff\xfe\xfa oops") << QStringLiteral("API Error (502): Unknown error");
-        QTest::newRow("UTF-8 text") << 400 << QByteArray("Zu lang – bitte kürzen") << QStringLiteral("API Error (400): Zu lang – bitte kürzen");
+        QTest::newRow("not UTF-8") << 502 << QByteArray("\xff\xfe\xfa oops")
+                                   << QStringLiteral("API Error (502): Unknown error");
+        QTest::newRow("UTF-8 text") << 400 << QByteArray("Zu lang – bitte kürzen")
+                                    << QStringLiteral("API Error (400): Zu lang – bitte kürzen");
     }
 
     void unsuccessfulAnswersCarryTheServiceMessage()

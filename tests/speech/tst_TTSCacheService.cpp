@@ -1,9 +1,8 @@
-#include "speech/TTSCacheService.h"
-
 #include "AwaitTask.h"
 #include "LogCapture.h"
-#include "TestEnvironment.h"
 #include "ManualClock.h"
+#include "TestEnvironment.h"
+#include "speech/TTSCacheService.h"
 
 #include <QDir>
 #include <QFile>
@@ -92,9 +91,10 @@ private Q_SLOTS:
             store(*cache, makeFile(10), QStringLiteral("Hello"), 1.5); // another speed, another entry
             const auto hit = lookUp(*cache, QStringLiteral("Hello"));
             QVERIFY(hit);
-            QCOMPARE(*hit, m_folder + u'/' + TTSCacheService::generateCacheKey(QStringLiteral("Hello"),
-                                                                               QStringLiteral("alloy"), 1.0)
-                               + QStringLiteral(".m4a"));
+            QCOMPARE(*hit,
+                     m_folder + u'/'
+                         + TTSCacheService::generateCacheKey(QStringLiteral("Hello"), QStringLiteral("alloy"), 1.0)
+                         + QStringLiteral(".m4a"));
             QFile copy(*hit);
             QVERIFY(copy.open(QIODevice::ReadOnly));
             QCOMPARE(copy.readAll(), QByteArray(1234, 'x'));

@@ -5,7 +5,6 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
-
 #include <qcoro/qcorotask.h>
 
 #include <chrono>
@@ -16,8 +15,7 @@
 namespace parlino::test {
 
 // The end of an asynchronous call: its value, or the description of the parlino::Error it threw.
-template<typename T>
-struct TaskOutcome {
+template <typename T> struct TaskOutcome {
     using Value = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
     std::optional<Value> value;
     std::optional<QString> error;
@@ -26,8 +24,7 @@ struct TaskOutcome {
 
 namespace detail {
 
-template<typename T>
-QCoro::Task<> capture(QCoro::Task<T> task, TaskOutcome<T> *outcome)
+template <typename T> QCoro::Task<> capture(QCoro::Task<T> task, TaskOutcome<T> *outcome)
 {
     try {
         if constexpr (std::is_void_v<T>) {
@@ -46,7 +43,7 @@ QCoro::Task<> capture(QCoro::Task<T> task, TaskOutcome<T> *outcome)
 
 // Runs the event loop until task ends (a throwing task is safe here, unlike QCoro::waitFor). The limit
 // only keeps a broken test from hanging; `finished` tells whether the task ended.
-template<typename T>
+template <typename T>
 TaskOutcome<T> awaitTask(QCoro::Task<T> task, std::chrono::milliseconds limit = std::chrono::seconds(90))
 {
     TaskOutcome<T> outcome;

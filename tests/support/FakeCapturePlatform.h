@@ -21,7 +21,10 @@ class FakeCapturePlatform final : public AccessibilityTextSource,
 public:
     class FakeElement final : public Element {
     public:
-        FakeElement(FakeCapturePlatform &owner) : m_owner(owner) {}
+        FakeElement(FakeCapturePlatform &owner)
+            : m_owner(owner)
+        {
+        }
         std::optional<QString> selectedText() override { return m_owner.selectedText; }
         std::optional<QString> value() override { return m_owner.value; }
 
@@ -46,14 +49,26 @@ public:
 
     TextCaptureService::Platform platform() { return {this, this, this, this}; }
 
-    bool isProcessTrusted() override { calls << QStringLiteral("trusted"); return trusted; }
+    bool isProcessTrusted() override
+    {
+        calls << QStringLiteral("trusted");
+        return trusted;
+    }
     std::unique_ptr<Element> focusedElement() override
     {
         calls << QStringLiteral("focusedElement");
         return hasFocusedElement ? std::make_unique<FakeElement>(*this) : nullptr;
     }
-    std::optional<QString> primarySelectionText() override { calls << QStringLiteral("primary"); return primary; }
-    std::optional<QString> clipboardText() override { calls << QStringLiteral("clipboard"); return clipboard; }
+    std::optional<QString> primarySelectionText() override
+    {
+        calls << QStringLiteral("primary");
+        return primary;
+    }
+    std::optional<QString> clipboardText() override
+    {
+        calls << QStringLiteral("clipboard");
+        return clipboard;
+    }
     quint64 changeCount() override { return count; }
     bool waitForChange(quint64 since, std::chrono::milliseconds) override { return count > since; }
     void releaseHeldModifiers() override { calls << QStringLiteral("releaseModifiers"); }
@@ -64,7 +79,11 @@ public:
             onCopy(*this);
     }
     void releaseCopyChord(CopyChord) override { calls << QStringLiteral("release"); }
-    QStringList activeWindowClass() override { calls << QStringLiteral("windowClass"); return windowClass; }
+    QStringList activeWindowClass() override
+    {
+        calls << QStringLiteral("windowClass");
+        return windowClass;
+    }
 };
 
 } // namespace parlino::test

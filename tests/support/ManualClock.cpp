@@ -16,8 +16,7 @@ void ManualClock::singleShot(std::chrono::milliseconds delay, QObject *context, 
 Clock::TimerId ManualClock::startRepeating(std::chrono::milliseconds interval, QObject *context, Callback fn)
 {
     const TimerId id = m_nextId++;
-    m_timers.emplace(id, Timer{m_now.addMSecs(interval.count()), interval, context, context != nullptr,
-                               std::move(fn)});
+    m_timers.emplace(id, Timer{m_now.addMSecs(interval.count()), interval, context, context != nullptr, std::move(fn)});
     return id;
 }
 

@@ -68,8 +68,8 @@ QByteArray synthesizeMp3(const QString &text)
         qWarning("OpenAITestServer: espeak-ng failed");
         return {};
     }
-    if (QProcess::execute(QStringLiteral("lame"), {QStringLiteral("--quiet"), QStringLiteral("-b"), QStringLiteral("64"),
-                                                   wav, mp3})
+    if (QProcess::execute(QStringLiteral("lame"),
+                          {QStringLiteral("--quiet"), QStringLiteral("-b"), QStringLiteral("64"), wav, mp3})
         != 0) {
         qWarning("OpenAITestServer: lame failed");
         return {};
@@ -195,8 +195,9 @@ OpenAITestServer::Answer OpenAITestServer::answerSpeech(const Request &request)
                 openAIErrorBody(QStringLiteral("Input should not be empty."), QStringLiteral("invalid_request_error"))};
     const QByteArray mp3 = speechFor(input);
     if (mp3.isEmpty())
-        return {500, "application/json",
-                openAIErrorBody(QStringLiteral("The test server could not make speech."), QStringLiteral("server_error"))};
+        return {
+            500, "application/json",
+            openAIErrorBody(QStringLiteral("The test server could not make speech."), QStringLiteral("server_error"))};
     return {200, "audio/mpeg", mp3};
 }
 
@@ -273,7 +274,8 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
         else if (request.path == u"/_test/config" && request.method == "POST")
             answer = answerConfig(request);
         else
-            answer = {404, "application/json", openAIErrorBody(QStringLiteral("Unknown test path"), QStringLiteral("not_found"))};
+            answer = {404, "application/json",
+                      openAIErrorBody(QStringLiteral("Unknown test path"), QStringLiteral("not_found"))};
         send(socket, answer);
         return true;
     }
@@ -288,7 +290,8 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
         answer = answerChat(request);
     else
         answer = {404, "application/json",
-                  openAIErrorBody(QStringLiteral("Unknown request URL: ") + request.path, QStringLiteral("invalid_request_error"))};
+                  openAIErrorBody(QStringLiteral("Unknown request URL: ") + request.path,
+                                  QStringLiteral("invalid_request_error"))};
 
     std::chrono::milliseconds delay;
     {

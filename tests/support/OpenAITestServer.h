@@ -47,7 +47,10 @@ public:
         QByteArray body;
         bool dropConnection = false;
 
-        [[nodiscard]] static Failure error(int status, QByteArray body = {}) { return {status, std::move(body), false}; }
+        [[nodiscard]] static Failure error(int status, QByteArray body = {})
+        {
+            return {status, std::move(body), false};
+        }
         [[nodiscard]] static Failure dropped() { return {0, {}, true}; }
     };
 

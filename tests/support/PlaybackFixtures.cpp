@@ -61,10 +61,10 @@ double makeTimedSpeechMp3(const QString &text, const QString &mp3Path)
     const WavFormat wav = readWavFormat(bytes);
     if (wav.dataOffset < 0 || wav.sampleRate <= 0)
         return -1;
-    const double seconds = static_cast<double>(bytes.size() - wav.dataOffset)
-                           / (wav.sampleRate * wav.channels * (wav.bitsPerSample / 8));
+    const double seconds =
+        static_cast<double>(bytes.size() - wav.dataOffset) / (wav.sampleRate * wav.channels * (wav.bitsPerSample / 8));
     const int lame = QProcess::execute(QStringLiteral("lame"), {QStringLiteral("--quiet"), QStringLiteral("-b"),
-                                                               QStringLiteral("64"), wavPath, mp3Path});
+                                                                QStringLiteral("64"), wavPath, mp3Path});
     QFile::remove(wavPath);
     return lame == 0 ? seconds : -1;
 }
@@ -79,8 +79,7 @@ bool makeToneMp3(double frequency, double seconds, const QString &mp3Path)
     out.writeRawData("RIFF", 4);
     out << quint32(36 + frames * 2);
     out.writeRawData("WAVEfmt ", 8);
-    out << quint32(16) << quint16(1) << quint16(1) << quint32(rate) << quint32(rate * 2) << quint16(2)
-        << quint16(16);
+    out << quint32(16) << quint16(1) << quint16(1) << quint32(rate) << quint32(rate * 2) << quint16(2) << quint16(16);
     out.writeRawData("data", 4);
     out << quint32(frames * 2);
     for (int i = 0; i < frames; ++i)
@@ -91,7 +90,7 @@ bool makeToneMp3(double frequency, double seconds, const QString &mp3Path)
         return false;
     file.close();
     const int lame = QProcess::execute(QStringLiteral("lame"), {QStringLiteral("--quiet"), QStringLiteral("-b"),
-                                                               QStringLiteral("128"), wavPath, mp3Path});
+                                                                QStringLiteral("128"), wavPath, mp3Path});
     QFile::remove(wavPath);
     return lame == 0;
 }

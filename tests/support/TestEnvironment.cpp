@@ -13,8 +13,8 @@ TestEnvironment::TestEnvironment()
     const QString base = m_dir.path();
     for (const char *sub : {"config", "data", "cache", "home/Downloads", "runtime"})
         QDir().mkpath(base + u'/' + QLatin1String(sub));
-    QFile::setPermissions(base + QStringLiteral("/runtime"), QFileDevice::ReadOwner | QFileDevice::WriteOwner
-                                                                 | QFileDevice::ExeOwner);
+    QFile::setPermissions(base + QStringLiteral("/runtime"),
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     qputenv("HOME", (base + QStringLiteral("/home")).toUtf8());
     qputenv("XDG_CONFIG_HOME", configHome().toUtf8());
     qputenv("XDG_DATA_HOME", dataHome().toUtf8());
@@ -38,8 +38,8 @@ bool makeSpeechMp3(const QString &text, const QString &mp3Path, const QString &v
         qWarning("espeak-ng failed");
         return false;
     }
-    const int lame = QProcess::execute(QStringLiteral("lame"), {QStringLiteral("--quiet"), QStringLiteral("-b"),
-                                                               QStringLiteral("64"), wav, mp3Path});
+    const int lame = QProcess::execute(
+        QStringLiteral("lame"), {QStringLiteral("--quiet"), QStringLiteral("-b"), QStringLiteral("64"), wav, mp3Path});
     QFile::remove(wav);
     if (lame != 0) {
         qWarning("lame failed");

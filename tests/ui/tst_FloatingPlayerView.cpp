@@ -2,14 +2,13 @@
 #include "LogCapture.h"
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
-
 #include "app/AppState.h"
 #include "core/Defaults.h"
-#include "playback/AudioPlayerManager.h"
-#include "ui/FloatingPlayerWindowController.h"
-#include "playback/MpvAudioEngine.h"
 #include "platform/linux/X11WindowHints.h"
+#include "playback/AudioPlayerManager.h"
+#include "playback/MpvAudioEngine.h"
 #include "ui/FloatingPlayerView.h"
+#include "ui/FloatingPlayerWindowController.h"
 #include "ui/SnapSlider.h"
 #include "usage/UsageTracker.h"
 
@@ -47,7 +46,7 @@ private:
     [[nodiscard]] bool dragWithPointer(QPoint from, QPoint to);
     [[nodiscard]] QRect windowFrame() const { return m_controller->window()->geometry(); }
     [[nodiscard]] bool playAndWait(const QString &file);
-    template<typename T> T *child(const char *name) const
+    template <typename T> T *child(const char *name) const
     {
         return m_controller->window()->findChild<T *>(QLatin1String(name));
     }
@@ -82,7 +81,8 @@ bool FloatingPlayerViewTest::run(const QString &program, const QStringList &argu
 bool FloatingPlayerViewTest::dragWithPointer(QPoint from, QPoint to)
 {
     const auto at = [](QPoint p) { return QStringList{QString::number(p.x()), QString::number(p.y())}; };
-    if (!xdotool(QStringList{QStringLiteral("mousemove")} + at(from)) || !xdotool({QStringLiteral("mousedown"), QStringLiteral("1")}))
+    if (!xdotool(QStringList{QStringLiteral("mousemove")} + at(from))
+        || !xdotool({QStringLiteral("mousedown"), QStringLiteral("1")}))
         return false;
     constexpr int steps = 8;
     for (int i = 1; i <= steps; ++i) {
@@ -117,8 +117,8 @@ void FloatingPlayerViewTest::initTestCase()
     m_engine = std::make_unique<MpvAudioEngine>(QStringLiteral("null"));
     m_player = std::make_unique<AudioPlayerManager>(*m_engine, *m_tracker, *m_defaults, Clock::system());
     m_appState->mirrorPlayer(*m_player);
-    m_controller = std::make_unique<FloatingPlayerWindowController>(*m_appState, *m_player,
-                                                                    &X11WindowHints::placeOnAllDesktops);
+    m_controller =
+        std::make_unique<FloatingPlayerWindowController>(*m_appState, *m_player, &X11WindowHints::placeOnAllDesktops);
     m_controller->setContentView(new FloatingPlayerView(*m_appState, *m_player, *m_controller));
 
     // Someone else's window under the player: a text editor filling most of the screen.
@@ -161,8 +161,9 @@ void FloatingPlayerViewTest::showsOverAnotherWindowWithTitleTimesAndControls()
 
     // On every desktop.
     QByteArray xprop;
-    QVERIFY(run(QStringLiteral("xprop"), {QStringLiteral("-id"), QString::number(m_controller->window()->winId()),
-                                          QStringLiteral("_NET_WM_STATE"), QStringLiteral("_NET_WM_DESKTOP")},
+    QVERIFY(run(QStringLiteral("xprop"),
+                {QStringLiteral("-id"), QString::number(m_controller->window()->winId()),
+                 QStringLiteral("_NET_WM_STATE"), QStringLiteral("_NET_WM_DESKTOP")},
                 &xprop));
     QVERIFY2(xprop.contains("_NET_WM_STATE_STICKY") || xprop.contains("4294967295"), xprop.constData());
     QVERIFY2(xprop.contains("_NET_WM_STATE_ABOVE"), xprop.constData());
@@ -284,10 +285,10 @@ void FloatingPlayerViewTest::closeButtonStopsAndHides()
     QVERIFY(!m_appState->pendingOnboardingAudioURL());
     QVERIFY(m_appState->showFloatingPlayer()); // left as it was
     QTRY_VERIFY(!m_controller->window()->isVisible());
-    QVERIFY(log.containsInOrder({QStringLiteral("❌ Close button pressed"), QStringLiteral("   - Stopping audio playback"),
-                                 QStringLiteral("   - Clearing pending onboarding audio"),
-                                 QStringLiteral("   - Hiding floating player"),
-                                 QStringLiteral("✅ Close button handled successfully")}));
+    QVERIFY(log.containsInOrder(
+        {QStringLiteral("❌ Close button pressed"), QStringLiteral("   - Stopping audio playback"),
+         QStringLiteral("   - Clearing pending onboarding audio"), QStringLiteral("   - Hiding floating player"),
+         QStringLiteral("✅ Close button handled successfully")}));
 
     // Playing the next file brings the player back although the flag never changed.
     QVERIFY(playAndWait(m_speech));

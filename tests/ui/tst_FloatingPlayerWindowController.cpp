@@ -1,15 +1,13 @@
 #include "LogCapture.h"
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
-
 #include "app/AppState.h"
 #include "core/Defaults.h"
 #include "playback/AudioPlayerManager.h"
-#include "ui/FloatingPlayerWindowController.h"
 #include "playback/MpvAudioEngine.h"
+#include "ui/FloatingPlayerWindowController.h"
 #include "usage/UsageTracker.h"
 
-#include <optional>
 #include <QApplication>
 #include <QKeyEvent>
 #include <QScreen>
@@ -18,6 +16,7 @@
 #include <QTest>
 
 #include <memory>
+#include <optional>
 
 using namespace parlino;
 
@@ -145,7 +144,8 @@ void FloatingPlayerWindowControllerTest::moveAllowsOverhangOnlyRightAndTop()
     QCOMPARE(m_controller->window()->x(), area().x());
     QCOMPARE(m_controller->window()->y(), area().y() + area().height() - start.height());
     m_controller->move(QPoint(30, -40));
-    QCOMPARE(m_controller->window()->pos(), QPoint(area().x() + 30, area().y() + area().height() - start.height() - 40));
+    QCOMPARE(m_controller->window()->pos(),
+             QPoint(area().x() + 30, area().y() + area().height() - start.height() - 40));
 }
 
 void FloatingPlayerWindowControllerTest::showsAndHidesByTheStateFlags()
@@ -177,7 +177,8 @@ void FloatingPlayerWindowControllerTest::showsAndHidesByTheStateFlags()
     m_appState->setShowFloatingPlayer(true);
     QTest::qWait(20);
     m_appState->setShowFloatingPlayer(false);
-    QTRY_VERIFY(log.contains(QStringLiteral("📱 FloatingPlayer state changed: showFloatingPlayer=false, calling hide()")));
+    QTRY_VERIFY(
+        log.contains(QStringLiteral("📱 FloatingPlayer state changed: showFloatingPlayer=false, calling hide()")));
     QTRY_VERIFY(!window->isVisible());
 
     // Hidden directly (the close button) with the flag still set: only a flag change or a new file shows it.

@@ -1,5 +1,4 @@
 #include "TestEnvironment.h"
-
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
 #include "usage/UsageTracker.h"

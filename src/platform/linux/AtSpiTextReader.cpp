@@ -118,7 +118,10 @@ std::optional<QString> textBetween(AtspiText *text, gint start, gint end)
 
 class AtSpiElement final : public AccessibilityTextSource::Element {
 public:
-    explicit AtSpiElement(AtspiAccessible *object) : m_text(atspi_accessible_get_text_iface(object)) {}
+    explicit AtSpiElement(AtspiAccessible *object)
+        : m_text(atspi_accessible_get_text_iface(object))
+    {
+    }
     ~AtSpiElement() override
     {
         if (m_text)
@@ -197,11 +200,12 @@ bool AtSpiTextReader::ensureConnected()
         return false;
     }
     atspi_set_timeout(callTimeoutMs, -1);
-    AtspiEventListener *listener = atspi_event_listener_new(
-        [](AtspiEvent *event, void *self) { onFocusEvent(event, self); }, this, nullptr);
+    AtspiEventListener *listener =
+        atspi_event_listener_new([](AtspiEvent *event, void *self) { onFocusEvent(event, self); }, this, nullptr);
     GError *error = nullptr;
     if (!atspi_event_listener_register(listener, "object:state-changed:focused", &error)) {
-        PLOG(lcPlatform) << "⚠️ Could not follow the keyboard focus: " << (error ? error->message : "unknown error");
+        PLOG(lcPlatform) << "⚠️ Could not follow the keyboard focus: "
+                         << (error ? error->message : "unknown error");
         g_clear_error(&error);
     }
     m_listener = listener;

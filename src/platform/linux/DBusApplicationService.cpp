@@ -22,9 +22,9 @@ bool callRunningInstance(QDBusConnection &bus, const QString &method, const QVar
             *error = QStringLiteral("no D-Bus session bus");
         return false;
     }
-    QDBusMessage call = QDBusMessage::createMethodCall(DBusApplicationService::serviceName,
-                                                       DBusApplicationService::objectPath,
-                                                       DBusApplicationService::interfaceName, method);
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(DBusApplicationService::serviceName, DBusApplicationService::objectPath,
+                                       DBusApplicationService::interfaceName, method);
     call.setArguments(arguments);
     // Never start a new instance through bus activation from here: the caller decides that.
     call.setAutoStartService(false);

@@ -4,9 +4,9 @@
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QDeadlineTimer>
 #include <QProcess>
-#include <QDBusMessage>
 #include <QThread>
 
 namespace parlino {
@@ -45,8 +45,8 @@ void DBusServicesEndpoint::dispatch(const QString &method, const QString &text)
 
 bool DBusServicesEndpoint::call(const QString &method, const QString &text, QString *error, const QDBusConnection &bus)
 {
-    QDBusMessage message = QDBusMessage::createMethodCall(DBusApplicationService::serviceName, objectPath,
-                                                          interfaceName, method);
+    QDBusMessage message =
+        QDBusMessage::createMethodCall(DBusApplicationService::serviceName, objectPath, interfaceName, method);
     message.setArguments({text});
     message.setAutoStartService(false);
     const QDBusMessage reply = bus.call(message, QDBus::Block, 10000);

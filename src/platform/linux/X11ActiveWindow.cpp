@@ -8,11 +8,9 @@ namespace parlino {
 
 namespace {
 
-template<typename T>
-using Reply = std::unique_ptr<T, decltype(&std::free)>;
+template <typename T> using Reply = std::unique_ptr<T, decltype(&std::free)>;
 
-template<typename T>
-Reply<T> reply(T *value)
+template <typename T> Reply<T> reply(T *value)
 {
     return Reply<T>(value, &std::free);
 }
@@ -50,8 +48,8 @@ xcb_atom_t X11ActiveWindow::atom(const char *name)
 
 QByteArray X11ActiveWindow::property(xcb_window_t window, xcb_atom_t name, xcb_atom_t type)
 {
-    const auto answer = reply(xcb_get_property_reply(
-        m_connection, xcb_get_property(m_connection, 0, window, name, type, 0, 1024), nullptr));
+    const auto answer = reply(
+        xcb_get_property_reply(m_connection, xcb_get_property(m_connection, 0, window, name, type, 0, 1024), nullptr));
     if (!answer || answer->type == XCB_ATOM_NONE)
         return {};
     return QByteArray(static_cast<const char *>(xcb_get_property_value(answer.get())),

@@ -2,9 +2,8 @@
 
 #include "input/ActiveWindowInspector.h"
 
-#include <xcb/xcb.h>
-
 #include <optional>
+#include <xcb/xcb.h>
 
 namespace parlino {
 

@@ -7,7 +7,6 @@
 
 #include <X11/Xlib.h>
 #include <X11/keysym.h>
-
 #include <cstdlib>
 
 namespace parlino {
@@ -42,7 +41,8 @@ quint16 findNumLockMask(Display *display)
 
 } // namespace
 
-X11HotKeyBackend::X11HotKeyBackend(QObject *parent) : HotKeyBackend(parent)
+X11HotKeyBackend::X11HotKeyBackend(QObject *parent)
+    : HotKeyBackend(parent)
 {
     auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
     if (!x11) {
@@ -145,7 +145,8 @@ bool X11HotKeyBackend::nativeEventFilter(const QByteArray &eventType, void *mess
         xcb_ungrab_keyboard(m_connection, XCB_CURRENT_TIME);
         xcb_flush(m_connection);
         const quint32 id = it.key();
-        QMetaObject::invokeMethod(this, [this, id] { Q_EMIT hotKeyPressed(id); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, id] { Q_EMIT hotKeyPressed(id); }, Qt::QueuedConnection);
         return true;
     }
     return false;

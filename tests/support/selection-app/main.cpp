@@ -38,7 +38,9 @@ void say(const char *line)
 class PaintedText final : public QWidget {
 public:
     PaintedText(const QString &text, const QString &mode, bool terminal)
-        : m_text(text), m_mode(mode), m_terminal(terminal)
+        : m_text(text)
+        , m_mode(mode)
+        , m_terminal(terminal)
     {
         setFocusPolicy(Qt::StrongFocus);
         setMinimumSize(360, 120);
@@ -100,7 +102,8 @@ int main(int argc, char *argv[])
     parser.addHelpOption();
     const QCommandLineOption modeOption(QStringLiteral("mode"), QStringLiteral("accessible, primary, copy or none"),
                                         QStringLiteral("mode"));
-    const QCommandLineOption textOption(QStringLiteral("text"), QStringLiteral("The selected text"), QStringLiteral("text"));
+    const QCommandLineOption textOption(QStringLiteral("text"), QStringLiteral("The selected text"),
+                                        QStringLiteral("text"));
     const QCommandLineOption contentOption(QStringLiteral("content"), QStringLiteral("The text field's whole text"),
                                            QStringLiteral("content"));
     const QCommandLineOption noSelectionOption(QStringLiteral("no-selection"), QStringLiteral("Select nothing"));
@@ -109,7 +112,8 @@ int main(int argc, char *argv[])
     parser.process(app);
     const QString text = parser.value(textOption);
     const QString content = parser.isSet(contentOption) ? parser.value(contentOption) : text;
-    if (!QStringList{QStringLiteral("accessible"), QStringLiteral("primary"), QStringLiteral("copy"), QStringLiteral("none")}
+    if (!QStringList{QStringLiteral("accessible"), QStringLiteral("primary"), QStringLiteral("copy"),
+                     QStringLiteral("none")}
              .contains(mode)) {
         std::fputs("selection-app: --mode must be accessible, primary, copy or none\n", stderr);
         return 2;
