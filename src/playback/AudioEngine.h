@@ -3,7 +3,11 @@
 #include <QObject>
 #include <QString>
 
+#include <memory>
+
 namespace parlino {
+
+class SpeechStream;
 
 // The sound device side of the player: one loaded file at a time, play, pause, rate and seek, with
 // the position and duration reported back. Implementations deliver every signal on the thread that
@@ -17,6 +21,10 @@ public:
     // Starts loading a file (or URL), paused. Later emits loaded() or loadFailed() for this file only;
     // a file replaced before it finished loading reports nothing.
     virtual void load(const QString &location) = 0;
+    // Starts loading audio that is still arriving, paused, like load(). Playback can start with the
+    // first bytes; at the end of what arrived it waits for more until the stream is closed. The
+    // duration grows as audio arrives.
+    virtual void loadStream(std::shared_ptr<SpeechStream> stream) = 0;
     // Drops the loaded file; the position and duration return to 0.
     virtual void unload() = 0;
 

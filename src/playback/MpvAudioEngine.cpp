@@ -1,14 +1,17 @@
 #include "playback/MpvAudioEngine.h"
 
 #include "core/Logging.h"
+#include "speech/SpeechStream.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <clocale>
 #include <cmath>
 #include <cstring>
 #include <mpv/client.h>
+#include <mpv/stream_cb.h>
 
 namespace parlino {
 
@@ -42,6 +45,52 @@ double doubleValue(const mpv_event_property &property)
         return std::isfinite(value) ? value : 0.0;
     }
     return 0.0;
+}
+
+constexpr auto kStreamProtocol = "parlino-stream";
+
+// One reading of a stream by mpv's demuxer: its position and its own cancel flag.
+struct StreamReader {
+    std::shared_ptr<SpeechStream> stream;
+    qint64 position = 0;
+    bool cancelled = false;
+};
+
+int64_t readStream(void *cookie, char *buffer, uint64_t capacity)
+{
+    auto *reader = static_cast<StreamReader *>(cookie);
+    const qint64 count =
+        reader->stream->read(reader->position, buffer, static_cast<qint64>(capacity), reader->cancelled);
+    if (count > 0)
+        reader->position += count;
+    return count;
+}
+
+int64_t seekStream(void *cookie, int64_t offset)
+{
+    // Within what arrived the stream seeks like a file; past it there is nothing to seek to yet.
+    auto *reader = static_cast<StreamReader *>(cookie);
+    if (offset < 0 || offset > reader->stream->size())
+        return MPV_ERROR_GENERIC;
+    reader->position = offset;
+    return offset;
+}
+
+int64_t streamSize(void *cookie)
+{
+    const auto *reader = static_cast<StreamReader *>(cookie);
+    return reader->stream->isClosed() ? reader->stream->size() : int64_t{MPV_ERROR_UNSUPPORTED};
+}
+
+void closeStream(void *cookie)
+{
+    delete static_cast<StreamReader *>(cookie);
+}
+
+void cancelStream(void *cookie)
+{
+    auto *reader = static_cast<StreamReader *>(cookie);
+    reader->stream->cancelReader(reader->cancelled);
 }
 
 bool flagValue(const mpv_event_property &property)
@@ -79,6 +128,8 @@ MpvAudioEngine::MpvAudioEngine(const QString &audioOutput, const QList<QPair<QBy
         m_mpv = nullptr;
         return;
     }
+    if (const int rc = mpv_stream_cb_add_ro(m_mpv, kStreamProtocol, this, &MpvAudioEngine::openStream); rc < 0)
+        PWARN(lcPlayback) << "⚠️ Streamed audio is not available: " << mpv_error_string(rc);
     mpv_request_log_messages(m_mpv, "warn");
     mpv_observe_property(m_mpv, TimePos, "time-pos", MPV_FORMAT_DOUBLE);
     mpv_observe_property(m_mpv, Duration, "duration", MPV_FORMAT_DOUBLE);
@@ -103,6 +154,30 @@ void MpvAudioEngine::shutdown()
     m_mpv = nullptr;
     m_expectedEntry = 0;
     m_loadPending = false;
+}
+
+int MpvAudioEngine::openStream(void *context, char *uri, mpv_stream_cb_info *info)
+{
+    auto *self = static_cast<MpvAudioEngine *>(context);
+    const QString location = QString::fromUtf8(uri);
+    const QString prefix = QLatin1String(kStreamProtocol) + QStringLiteral("://");
+    bool isNumber = false;
+    const quint64 id = location.mid(prefix.size()).toULongLong(&isNumber);
+    std::shared_ptr<SpeechStream> stream;
+    {
+        const std::lock_guard lock(self->m_streamsMutex);
+        if (const auto found = self->m_streams.find(id); isNumber && found != self->m_streams.end())
+            stream = found->second;
+    }
+    if (!stream)
+        return MPV_ERROR_LOADING_FAILED;
+    info->cookie = new StreamReader{std::move(stream)};
+    info->read_fn = &readStream;
+    info->seek_fn = &seekStream;
+    info->size_fn = &streamSize;
+    info->close_fn = &closeStream;
+    info->cancel_fn = &cancelStream;
+    return 0;
 }
 
 void MpvAudioEngine::wakeup(void *context)
@@ -222,7 +297,7 @@ void MpvAudioEngine::handlePropertyChange(const mpv_event &event)
         Q_EMIT positionChanged(m_position);
         break;
     case Duration:
-        m_duration = doubleValue(property);
+        m_duration = std::max(doubleValue(property), m_streamedSeconds);
         Q_EMIT durationChanged(m_duration);
         break;
     case EofReached: {
@@ -252,6 +327,8 @@ void MpvAudioEngine::failLater(const QString &error)
 
 void MpvAudioEngine::load(const QString &location)
 {
+    disconnect(m_streamGrowth);
+    m_streamedSeconds = 0;
     m_position = 0;
     m_duration = 0;
     m_eofReached = false;
@@ -266,7 +343,11 @@ void MpvAudioEngine::load(const QString &location)
     }
     setFlag("pause", true);
     const QByteArray path = location.toUtf8();
-    const char *args[] = {"loadfile", path.constData(), "replace", nullptr};
+    // Streamed speech is always MP3: naming the format spares the probe, which would otherwise wait for
+    // tens of kilobytes before the first sound.
+    const bool streamed = location.startsWith(QLatin1String(kStreamProtocol));
+    const char *streamOptions = "demuxer-lavf-format=mp3,demuxer-lavf-probesize=32,demuxer-lavf-analyzeduration=0";
+    const char *args[] = {"loadfile", path.constData(), "replace", streamed ? streamOptions : nullptr, nullptr};
     mpv_node result{};
     if (const int rc = mpv_command_ret(m_mpv, args, &result); rc < 0) {
         m_expectedEntry = 0;
@@ -285,8 +366,36 @@ void MpvAudioEngine::load(const QString &location)
     m_loadPending = true;
 }
 
+void MpvAudioEngine::loadStream(std::shared_ptr<SpeechStream> stream)
+{
+    quint64 id = 0;
+    {
+        const std::lock_guard lock(m_streamsMutex);
+        id = m_nextStreamId++;
+        // A reader mpv still has open keeps its own reference; the map only serves the next open.
+        m_streams.clear();
+        m_streams.emplace(id, stream);
+    }
+    load(QLatin1String(kStreamProtocol) + QStringLiteral("://") + QString::number(id));
+    // mpv cannot know the length of audio that is still arriving; what arrived is the duration so far.
+    m_streamedSeconds = stream->arrivedSeconds();
+    m_streamGrowth = connect(stream.get(), &SpeechStream::grown, this, [this](double seconds) {
+        m_streamedSeconds = seconds;
+        if (seconds > m_duration) {
+            m_duration = seconds;
+            Q_EMIT durationChanged(m_duration);
+        }
+    });
+}
+
 void MpvAudioEngine::unload()
 {
+    disconnect(m_streamGrowth);
+    m_streamedSeconds = 0;
+    {
+        const std::lock_guard lock(m_streamsMutex);
+        m_streams.clear();
+    }
     m_expectedEntry = 0;
     m_loadPending = false;
     m_seekPending = false;

@@ -7,8 +7,12 @@
 #include <QPair>
 
 #include <atomic>
+#include <map>
+#include <memory>
+#include <mutex>
 
 struct mpv_handle;
+struct mpv_stream_cb_info;
 struct mpv_event;
 
 namespace parlino {
@@ -36,6 +40,7 @@ public:
     void shutdown();
 
     void load(const QString &location) override;
+    void loadStream(std::shared_ptr<SpeechStream> stream) override;
     void unload() override;
     void play() override;
     void pause() override;
@@ -51,6 +56,8 @@ public:
 
 private:
     static void wakeup(void *context);
+    // mpv opens "parlino-stream://<id>" on its own thread through this.
+    static int openStream(void *context, char *uri, mpv_stream_cb_info *info);
     void drainEvents();
     void handleEvent(const mpv_event &event);
     void handlePropertyChange(const mpv_event &event);
@@ -59,6 +66,12 @@ private:
     void failLater(const QString &error);
 
     mpv_handle *m_mpv = nullptr;
+    // Streams handed to loadStream(), by the id in their URI; only the latest is kept.
+    std::mutex m_streamsMutex;
+    std::map<quint64, std::shared_ptr<SpeechStream>> m_streams;
+    quint64 m_nextStreamId = 1;
+    QMetaObject::Connection m_streamGrowth;
+    double m_streamedSeconds = 0;
     std::atomic<bool> m_drainQueued{false};
 
     // Playlist entry of the file asked for by the last load(); events of other entries are stale.

@@ -1,11 +1,15 @@
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
 #include "playback/MpvAudioEngine.h"
+#include "speech/SpeechStream.h"
 
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
+
+#include <memory>
 
 using namespace parlino;
 
@@ -19,6 +23,8 @@ private Q_SLOTS:
     void replacedFileReportsNothing();
     void unreadableFilesFailToLoad_data();
     void unreadableFilesFailToLoad();
+    void playsAudioWhileItArrives();
+    void stopWhileWaitingForAudio();
 
 private:
     test::TestEnvironment m_env;
@@ -148,6 +154,95 @@ void MpvAudioEngineTest::unreadableFilesFailToLoad()
     // The engine is still usable afterwards.
     engine.load(m_speech);
     QVERIFY(loaded.wait(5000));
+}
+
+void MpvAudioEngineTest::playsAudioWhileItArrives()
+{
+    // Two files joined, as a long text's chunks are, delivered in uneven pieces over about a second.
+    const QString second = m_dir.filePath(QStringLiteral("second.mp3"));
+    const double secondSeconds = test::makeTimedSpeechMp3(QStringLiteral("And a second chunk follows it."), second);
+    QVERIFY(secondSeconds > 1.0);
+    QByteArray audio;
+    for (const QString &path : {m_speech, second}) {
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        audio += file.readAll();
+    }
+    const QString recording = m_dir.filePath(QStringLiteral("streamed.wav"));
+    {
+        MpvAudioEngine engine(QStringLiteral("pcm"), {{"ao-pcm-file", recording.toUtf8()}, {"audio-channels", "mono"}});
+        auto stream = std::make_shared<SpeechStream>();
+        QSignalSpy loaded(&engine, &AudioEngine::loaded);
+        QSignalSpy finished(&engine, &AudioEngine::finished);
+        QSignalSpy durations(&engine, &AudioEngine::durationChanged);
+
+        // The audio arrives in pieces, a little faster than it plays, as a speech answer streams in.
+        qsizetype sent = 0;
+        QTimer feeder;
+        QObject::connect(&feeder, &QTimer::timeout, &feeder, [&] {
+            const qsizetype piece = std::min<qsizetype>(audio.size() - sent, 600 + sent % 1000);
+            stream->append(audio.mid(sent, piece));
+            sent += piece;
+            if (sent >= audio.size()) {
+                feeder.stop();
+                stream->finish();
+            }
+        });
+        // Loading needs only the first few kilobytes.
+        sent = 4096;
+        stream->append(audio.left(sent));
+        engine.loadStream(stream);
+        QVERIFY(loaded.wait(5000));
+        feeder.start(80);
+        engine.play();
+
+        // Sound starts before the last piece is there; the player never runs ahead of what arrived.
+        QTRY_VERIFY_WITH_TIMEOUT(engine.position() > 0.1, 5000);
+        QVERIFY(!stream->isClosed());
+        QCOMPARE_LE(engine.position(), stream->arrivedSeconds() + 0.1);
+
+        QVERIFY(finished.wait(20000));
+        QVERIFY(stream->isClosed());
+        // The duration grew with the audio and ends at the whole length.
+        QCOMPARE_GT(durations.size(), 2);
+        QCOMPARE_LT(durations.first().first().toDouble(), durations.last().first().toDouble());
+        QCOMPARE_LT(std::abs(engine.duration() - (m_speechSeconds + secondSeconds)), 0.3);
+        engine.unload();
+    }
+    // Everything that arrived was heard, both chunks.
+    const test::WavAnalysis played = test::analyseWav(recording);
+    QVERIFY(played.valid);
+    QCOMPARE_LT(std::abs(played.seconds - (m_speechSeconds + secondSeconds)), 0.4);
+}
+
+void MpvAudioEngineTest::stopWhileWaitingForAudio()
+{
+    // The decoder waits for audio that never comes; unloading and closing the engine still return.
+    QFile file(m_speech);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray all = file.readAll();
+    const QByteArray start = all.left(all.size() / 2);
+    auto stream = std::make_shared<SpeechStream>();
+    stream->append(start);
+    {
+        MpvAudioEngine engine(QStringLiteral("null"));
+        QSignalSpy loaded(&engine, &AudioEngine::loaded);
+        engine.loadStream(stream);
+        QVERIFY(loaded.wait(5000));
+        engine.play();
+        QTest::qWait(500);
+        engine.unload();
+        // A new file plays as usual after the abandoned stream.
+        QSignalSpy finished(&engine, &AudioEngine::finished);
+        engine.load(m_speech);
+        QVERIFY(loaded.wait(5000));
+        engine.setRate(3.0);
+        engine.play();
+        QVERIFY(finished.wait(10000));
+        engine.loadStream(stream);
+        QTest::qWait(300);
+    }
+    QVERIFY(!stream->isClosed());
 }
 
 QTEST_GUILESS_MAIN(MpvAudioEngineTest)
