@@ -14,6 +14,9 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
+#include <algorithm>
+#include <memory>
+
 namespace parlino::test {
 
 namespace {
@@ -148,6 +151,12 @@ void OpenAITestServer::clearFailures()
     m_chatFailure = {};
 }
 
+void OpenAITestServer::setSpeechPace(double charactersPerSecond)
+{
+    QMutexLocker lock(&m_mutex);
+    m_speechPace = charactersPerSecond;
+}
+
 void OpenAITestServer::setDelay(std::chrono::milliseconds delay)
 {
     QMutexLocker lock(&m_mutex);
@@ -179,15 +188,22 @@ std::optional<OpenAITestServer::Answer> OpenAITestServer::failureAnswer(FailureP
         --plan.successesLeft;
         return std::nullopt;
     }
-    return Answer{plan.failure->status, "application/json", plan.failure->body, plan.failure->dropConnection};
+    return Answer{plan.failure->status, "application/json", plan.failure->body, plan.failure->dropConnection,
+                  plan.failure->cutShort};
 }
 
 OpenAITestServer::Answer OpenAITestServer::answerSpeech(const Request &request)
 {
+    bool cutShort = false;
+    double pace = 0;
     {
         QMutexLocker lock(&m_mutex);
-        if (auto failure = failureAnswer(m_speechFailure))
-            return *failure;
+        pace = m_speechPace;
+        if (auto failure = failureAnswer(m_speechFailure)) {
+            if (!failure->cutShort)
+                return *failure;
+            cutShort = true;
+        }
     }
     const QString input = request.json.value(u"input").toString();
     if (input.trimmed().isEmpty())
@@ -198,7 +214,8 @@ OpenAITestServer::Answer OpenAITestServer::answerSpeech(const Request &request)
         return {
             500, "application/json",
             openAIErrorBody(QStringLiteral("The test server could not make speech."), QStringLiteral("server_error"))};
-    return {200, "audio/mpeg", mp3};
+    const double spread = pace > 0 ? static_cast<double>(input.size()) / pace : 0.0;
+    return {200, "audio/mpeg", mp3, false, cutShort, spread};
 }
 
 OpenAITestServer::Answer OpenAITestServer::answerChat(const Request &)
@@ -235,6 +252,8 @@ OpenAITestServer::Answer OpenAITestServer::answerConfig(const Request &request)
         m_chatContent = config.value(u"chatContent").toString();
     if (config.contains(u"delayMs"))
         m_delay = std::chrono::milliseconds(config.value(u"delayMs").toInteger());
+    if (config.contains(u"speechCharactersPerSecond"))
+        m_speechPace = config.value(u"speechCharactersPerSecond").toDouble();
     if (config.contains(u"speechFailure"))
         m_speechFailure = failureFrom(config.value(u"speechFailure"));
     if (config.contains(u"chatFailure"))
@@ -318,9 +337,35 @@ void OpenAITestServer::send(QTcpSocket *socket, const Answer &answer)
     QByteArray out = "HTTP/1.1 " + QByteArray::number(answer.status) + ' ' + reasonPhrase(answer.status) + "\r\n";
     if (!answer.contentType.isEmpty())
         out += "Content-Type: " + answer.contentType + "\r\n";
+    // A cut-short body still announces its whole length, as a proxy that loses the connection does.
     out += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n\r\n";
-    out += answer.body;
-    socket->write(out);
+    const qsizetype sent = answer.cutShort ? answer.body.size() / 2 : answer.body.size();
+    if (answer.spreadSeconds <= 0) {
+        socket->write(out + answer.body.left(sent));
+        if (answer.cutShort) {
+            socket->flush();
+            QTimer::singleShot(50, socket, [socket] { socket->abort(); });
+        }
+        return;
+    }
+    // Paced: the headers and a first piece now, then equal pieces every 50 ms.
+    constexpr int kIntervalMs = 50;
+    const int pieces = std::max(1, static_cast<int>(answer.spreadSeconds * 1000 / kIntervalMs));
+    const qsizetype pieceSize = std::max<qsizetype>(1, (sent + pieces - 1) / pieces);
+    socket->write(out + answer.body.left(pieceSize));
+    auto *timer = new QTimer(socket);
+    auto position = std::make_shared<qsizetype>(pieceSize);
+    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, position, answer, sent, pieceSize] {
+        if (*position >= sent) {
+            timer->stop();
+            if (answer.cutShort)
+                socket->abort();
+            return;
+        }
+        socket->write(answer.body.mid(*position, std::min(pieceSize, sent - *position)));
+        *position += pieceSize;
+    });
+    timer->start(kIntervalMs);
 }
 
 } // namespace parlino::test

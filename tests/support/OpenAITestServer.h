@@ -23,7 +23,7 @@ namespace parlino::test {
 //                              are read only up to their first dozen words, to keep tests quick)
 //   POST /v1/chat/completions  a chat-completions answer whose content is chatContent()
 //   GET  /_test/requests       the recorded requests as JSON (for tests in another process)
-//   POST /_test/config         {"chatContent": "...", "delayMs": n,
+//   POST /_test/config         {"chatContent": "...", "delayMs": n, "speechCharactersPerSecond": n,
 //                               "speechFailure"/"chatFailure": {"status": n, "body": "...",
 //                               "drop": bool, "afterSuccesses": n} or null}
 //
@@ -41,17 +41,20 @@ public:
         [[nodiscard]] QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
     };
 
-    // What a failing endpoint answers: a status with a body, or a connection closed without an answer.
+    // What a failing endpoint answers: a status with a body, a connection closed without an answer,
+    // or (speech) a success whose body stops halfway.
     struct Failure {
         int status = 500;
         QByteArray body;
         bool dropConnection = false;
+        bool cutShort = false;
 
         [[nodiscard]] static Failure error(int status, QByteArray body = {})
         {
-            return {status, std::move(body), false};
+            return {status, std::move(body), false, false};
         }
-        [[nodiscard]] static Failure dropped() { return {0, {}, true}; }
+        [[nodiscard]] static Failure dropped() { return {0, {}, true, false}; }
+        [[nodiscard]] static Failure bodyCutShort() { return {200, {}, false, true}; }
     };
 
     explicit OpenAITestServer(QObject *parent = nullptr);
@@ -74,6 +77,9 @@ public:
     void clearFailures();
     // Waits this long before answering each request (the connection stays open meanwhile).
     void setDelay(std::chrono::milliseconds delay);
+    // Shapes speech answers like the real service: after the delay the headers and the first bytes,
+    // then the rest of the body spread over input length / charactersPerSecond. 0 sends it at once.
+    void setSpeechPace(double charactersPerSecond);
 
     // The MP3 the server answers for input (cached per input text).
     [[nodiscard]] QByteArray speechFor(const QString &input);
@@ -88,6 +94,9 @@ private:
         QByteArray contentType;
         QByteArray body;
         bool drop = false;
+        bool cutShort = false;
+        // Seconds over which the body is sent, in small pieces.
+        double spreadSeconds = 0;
     };
     struct FailurePlan {
         std::optional<Failure> failure;
@@ -107,6 +116,7 @@ private:
     FailurePlan m_speechFailure;
     FailurePlan m_chatFailure;
     std::chrono::milliseconds m_delay{0};
+    double m_speechPace = 0;
     QHash<QString, QByteArray> m_speechCache;
     quint16 m_port = 0;
 };
