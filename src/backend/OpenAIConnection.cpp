@@ -74,7 +74,7 @@ std::optional<QUrl> OpenAIConnection::endpoint(const QString &path) const
     return url;
 }
 
-QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body)
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body, BodyReceiver onBody)
 {
     QNetworkRequest request(url);
     request.setRawHeader("Authorization", "Bearer " + m_apiKey.value_or(QString()).toUtf8());
@@ -86,15 +86,30 @@ QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, Q
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->post(request, payload), [](QNetworkReply *finished) { finished->deleteLater(); });
     QNetworkReply *pending = reply.get();
+    auto streamed = std::make_shared<QByteArray>();
+    if (onBody) {
+        QObject::connect(pending, &QNetworkReply::readyRead, pending, [pending, streamed, onBody] {
+            if (pending->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() != 200)
+                return; // an error body is read whole at the end
+            const QByteArray piece = pending->readAll();
+            streamed->append(piece);
+            onBody(piece);
+        });
+    }
     co_await pending;
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (!status.isValid()) {
+    // Errors below 100 are the connection's (refused, lost, timed out), not the service's answer.
+    const bool broken = reply->error() > QNetworkReply::NoError && reply->error() < 100;
+    if (!status.isValid() || broken) {
         if (reply->error() != QNetworkReply::NoError)
             throw NetworkError::fromReply(*reply);
         throw OpenAIError::invalidResponse();
     }
-    co_return HttpAnswer{status.toInt(), reply->readAll()};
+    QByteArray rest = reply->readAll();
+    if (onBody && status.toInt() == 200 && !rest.isEmpty())
+        onBody(rest);
+    co_return HttpAnswer{status.toInt(), *streamed + rest};
 }
 
 } // namespace parlino

@@ -8,6 +8,7 @@
 #include <qcoro/qcorotask.h>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 class QNetworkAccessManager;
@@ -50,8 +51,13 @@ public:
 
     // baseURL + path, or nothing when that is no usable URL.
     [[nodiscard]] std::optional<QUrl> endpoint(const QString &path) const;
-    // POSTs body as JSON with the key; any HTTP answer comes back, whatever its status.
-    QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body);
+    // Each piece of a successful answer's body, as it arrives.
+    using BodyReceiver = std::function<void(const QByteArray &piece)>;
+
+    // POSTs body as JSON with the key; any HTTP answer comes back, whatever its status. An answer
+    // that breaks off (the connection lost, a time-out) is a NetworkError, never a short body.
+    // onBody, when given, sees a 200 answer's body as it streams in.
+    QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {});
 
 private:
     std::optional<QString> m_apiKey;

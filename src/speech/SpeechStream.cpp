@@ -129,6 +129,24 @@ void SpeechStream::fail(const QString &error)
     Q_EMIT failed(error);
 }
 
+void SpeechStream::cancel()
+{
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_closed)
+            return;
+        m_closed = true;
+        m_cancelled = true;
+    }
+    m_changed.notify_all();
+}
+
+bool SpeechStream::isCancelled() const
+{
+    const std::lock_guard lock(m_mutex);
+    return m_cancelled;
+}
+
 qint64 SpeechStream::read(qint64 offset, char *buffer, qint64 capacity, const bool &cancelled)
 {
     std::unique_lock lock(m_mutex);

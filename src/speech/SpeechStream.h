@@ -26,6 +26,9 @@ public:
     void finish();
     // The stream ends where it is; what arrived still plays. `error` is for the user.
     void fail(const QString &error);
+    // The listener stopped: the stream closes and its writer requests nothing more.
+    void cancel();
+    [[nodiscard]] bool isCancelled() const;
 
     // ---- Readers (any thread) ----
 
@@ -58,6 +61,7 @@ private:
     std::condition_variable m_changed;
     QByteArray m_data;
     bool m_closed = false;
+    bool m_cancelled = false;
     QString m_error;
     // How far the frame scan has got, and the audio it found.
     qint64 m_scanned = 0;

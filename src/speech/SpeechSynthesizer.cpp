@@ -4,6 +4,7 @@
 #include "backend/OpenAIError.h"
 #include "core/Logging.h"
 #include "core/Paths.h"
+#include "speech/SpeechStream.h"
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
 
@@ -43,7 +44,8 @@ SpeechSynthesizer::SpeechSynthesizer(OpenAIConnection &connection, TTSCacheServi
 
 SpeechSynthesizer::~SpeechSynthesizer() = default;
 
-QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoice voice, double speed)
+QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoice voice, double speed,
+                                                            OpenAIConnection::BodyReceiver onBody)
 {
     PLOG(lcSpeech) << "🎙️ generateSpeechChunk called with " << characterCount(text) << " characters";
     PLOG(lcSpeech) << "   - Voice: " << identifier(voice) << " (rawValue: " << identifier(voice) << ')';
@@ -63,7 +65,8 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoi
     PLOG(lcSpeech) << "   - Input text length: " << characterCount(text);
     PLOG(lcSpeech) << "   - Voice being sent to API: '" << identifier(voice) << '\'';
 
-    const OpenAIConnection::HttpAnswer answer = co_await m_connection.postJSON(*url, body);
+    QCoro::Task<OpenAIConnection::HttpAnswer> posting = m_connection.postJSON(*url, body, onBody);
+    const OpenAIConnection::HttpAnswer answer = co_await posting;
 
     PLOG(lcSpeech) << "📥 Received response from OpenAI";
     PLOG(lcSpeech) << "   - Status code: " << answer.statusCode;
@@ -98,7 +101,8 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
             co_return *cached;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for single chunk - generating new audio";
-        const QString generated = co_await generateSpeechChunk(text, voice, speed);
+        QCoro::Task<QString> request = generateSpeechChunk(text, voice, speed);
+        const QString generated = co_await request;
         co_await m_cache.cacheAudio(generated, text, voiceId, speed);
         PLOG(lcSpeech) << "💾 Cached new audio for single chunk";
         co_return generated;
@@ -131,7 +135,8 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
             continue;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
-        const QString generated = co_await generateSpeechChunk(chunk, voice, speed);
+        QCoro::Task<QString> request = generateSpeechChunk(chunk, voice, speed);
+        const QString generated = co_await request;
         co_await m_cache.cacheAudio(generated, chunk, voiceId, speed);
         PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);
         chunkFiles.append(generated);
@@ -153,6 +158,57 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
     const QString result = writeTemporaryMp3(combined);
     PLOG(lcSpeech) << "✅ Combined " << n << " audio chunks into single file";
     co_return result;
+}
+
+QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, double speed,
+                                              std::shared_ptr<SpeechStream> stream)
+{
+    // The same pieces, requests and cache keys as generateSpeech(); only the delivery differs.
+    const QStringList chunks = fitsInOneChunk(text) ? QStringList{text} : splitTextIntoChunks(text, maxChunkSize);
+    const qsizetype n = chunks.size();
+    const QString voiceId = identifier(voice);
+    PLOG(lcSpeech) << "🔍 Streaming speech: " << characterCount(text) << " characters in " << n << " chunk(s), voice "
+                   << voiceId;
+    try {
+        if (n == 0)
+            throw Error(QStringLiteral("The text has nothing to read aloud"));
+        for (qsizetype i = 0; i < n; ++i) {
+            if (stream->isCancelled()) {
+                PLOG(lcSpeech) << "⏹️ Reading stopped - chunk " << (i + 1) << '/' << n
+                               << " and later not requested";
+                co_return;
+            }
+            if (n > 1)
+                Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
+                                       QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
+            const QString &chunk = chunks[i];
+            QCoro::Task<std::optional<QString>> lookup = m_cache.getCachedAudio(chunk, voiceId, speed);
+            if (const std::optional<QString> cached = co_await lookup) {
+                PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
+                QFile file(*cached);
+                if (!file.open(QIODevice::ReadOnly))
+                    throw Error(QStringLiteral("Could not read the audio file ") + *cached + QStringLiteral(": ")
+                                + file.errorString());
+                stream->append(file.readAll());
+                continue;
+            }
+            PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
+            // Sound starts with the first bytes. A chunk whose reading was stopped still arrives whole
+            // and is cached (it is paid for), but the closed stream takes no more of it.
+            QCoro::Task<QString> request =
+                generateSpeechChunk(chunk, voice, speed, [stream](const QByteArray &piece) { stream->append(piece); });
+            const QString generated = co_await request;
+            QCoro::Task<> caching = m_cache.cacheAudio(generated, chunk, voiceId, speed);
+            co_await caching;
+            QFile::remove(generated);
+            PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);
+        }
+        stream->finish();
+    } catch (const Error &error) {
+        PLOG(lcSpeech) << "❌ TTS generation failed: " << error.description();
+        stream->fail(error.description());
+        throw;
+    }
 }
 
 } // namespace parlino

@@ -4,6 +4,7 @@
 #include "TestEnvironment.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
+#include "speech/SpeechStream.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
@@ -119,6 +120,7 @@ private Q_SLOTS:
         m_server.clearRequests();
         m_server.clearFailures();
         m_server.setDelay(0ms);
+        m_server.setSpeechPace(0);
         m_cache = std::make_unique<TTSCacheService>(cacheFolder());
         m_connection = std::make_unique<OpenAIConnection>(QStringLiteral("test-key"), m_server.baseUrlString());
         m_client = std::make_unique<SpeechSynthesizer>(*m_connection, *m_cache);
@@ -306,6 +308,72 @@ private Q_SLOTS:
         QCOMPARE(whole.packets, partsPackets + 2);
         QVERIFY2(whole.duration >= partsDuration && whole.duration <= partsDuration + 2 * 0.03,
                  qPrintable(QStringLiteral("%1 vs %2").arg(whole.duration).arg(partsDuration)));
+    }
+
+    void streamedSpeechStartsWithTheFirstBytesAndFillsTheCache()
+    {
+        // Shaped like the real service: each chunk's body trickles in over a second or more.
+        const QString text = sentences(200);
+        const QStringList chunks = splitTextIntoChunks(text);
+        QCOMPARE(chunks.size(), 3);
+        m_server.setSpeechPace(4000);
+        auto stream = std::make_shared<SpeechStream>();
+        QSignalSpy grown(stream.get(), &SpeechStream::grown);
+        QSignalSpy finished(stream.get(), &SpeechStream::finished);
+        QCoro::Task<> streaming = m_client->streamSpeech(text, TTSVoice::nova, 1.0, stream);
+
+        // Audio is there while the first request is still answering.
+        QTRY_VERIFY_WITH_TIMEOUT(!grown.isEmpty(), 5000);
+        QCOMPARE(m_server.requests(QStringLiteral("/audio/speech")).size(), 1);
+        QVERIFY(!stream->isClosed());
+
+        QVERIFY(awaitTask(std::move(streaming)).error == std::nullopt);
+        QCOMPARE(finished.size(), 1);
+        QCOMPARE(speechInputs(), chunks);
+        QCOMPARE(stream->bytes(),
+                 m_server.speechFor(chunks[0]) + m_server.speechFor(chunks[1]) + m_server.speechFor(chunks[2]));
+        // Every chunk was cached and no temporary file is left: the whole-file path now asks nothing.
+        QCOMPARE(cachedEntries(), 3);
+        QVERIFY(temporaryMp3s().isEmpty());
+        m_server.clearRequests();
+        QVERIFY(speak(text, TTSVoice::nova).value);
+        QVERIFY(m_server.requests().isEmpty());
+    }
+
+    void stoppedStreamRequestsNoFurtherChunk()
+    {
+        const QString text = sentences(200);
+        m_server.setSpeechPace(4000);
+        auto stream = std::make_shared<SpeechStream>();
+        QCoro::Task<> streaming = m_client->streamSpeech(text, TTSVoice::alloy, 1.0, stream);
+        QSignalSpy grown(stream.get(), &SpeechStream::grown);
+        QTRY_VERIFY_WITH_TIMEOUT(!grown.isEmpty(), 5000);
+        LogCapture log;
+        stream->cancel();
+        QVERIFY(awaitTask(std::move(streaming)).error == std::nullopt);
+
+        // The chunk in flight finished and was cached (it is paid for); nothing after it was asked for.
+        QCOMPARE(m_server.requests(QStringLiteral("/audio/speech")).size(), 1);
+        QCOMPARE(cachedEntries(), 1);
+        QVERIFY(log.contains(QStringLiteral("⏹️ Reading stopped - chunk 2/3 and later not requested")));
+        QVERIFY(stream->isCancelled());
+    }
+
+    void bodyCutShortIsNeverCached()
+    {
+        m_server.setSpeechFailure(OpenAITestServer::Failure::bodyCutShort());
+        auto stream = std::make_shared<SpeechStream>();
+        const auto outcome =
+            awaitTask(m_client->streamSpeech(QStringLiteral("Half of this arrives."), TTSVoice::alloy, 1.0, stream));
+        QVERIFY(outcome.error && !outcome.error->isEmpty());
+        QVERIFY(stream->hasFailed());
+        QCOMPARE(stream->error(), *outcome.error);
+        // What arrived stays playable; nothing of it is kept for a replay.
+        QCOMPARE_GT(stream->size(), 0);
+        QCOMPARE(cachedEntries(), 0);
+        // The whole-file path refuses the same short body.
+        QVERIFY(speak(QStringLiteral("Half of this arrives.")).error);
+        QCOMPARE(cachedEntries(), 0);
     }
 };
 
