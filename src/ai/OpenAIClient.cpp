@@ -156,6 +156,13 @@ QCoro::Task<QString> OpenAIClient::generateSpeech(QString text, TTSVoice voice, 
     co_return co_await speech;
 }
 
+QCoro::Task<> OpenAIClient::streamSpeech(QString text, TTSVoice voice, double speed,
+                                         std::shared_ptr<SpeechStream> stream)
+{
+    QCoro::Task<> streaming = m_speech.streamSpeech(text, voice, speed, std::move(stream));
+    co_await streaming;
+}
+
 QCoro::Task<QString> OpenAIClient::chatCompletion(QJsonArray messages, double temperature, int maxTokens,
                                                   QJsonObject responseFormat)
 {

@@ -13,11 +13,13 @@
 #include <QString>
 #include <qcoro/qcorotask.h>
 
+#include <memory>
 #include <optional>
 
 namespace parlino {
 
 class OpenAIConnection;
+class SpeechStream;
 class SpeechSynthesizer;
 
 // The one object through which the app talks to OpenAI: speech (handed to the speech machinery) and
@@ -39,6 +41,8 @@ public:
     // returned file belongs to the caller, except a file inside the cache's folder (a cache hit for a
     // short text), which the caller must not delete.
     QCoro::Task<QString> generateSpeech(QString text, TTSVoice voice, double speed);
+    // The same speech delivered into `stream` as it arrives (see SpeechSynthesizer::streamSpeech).
+    QCoro::Task<> streamSpeech(QString text, TTSVoice voice, double speed, std::shared_ptr<SpeechStream> stream);
 
     // ---- Chat ----
 

@@ -5,9 +5,12 @@
 #include "app/UserNotifier.h"
 #include "core/Error.h"
 #include "core/Logging.h"
+#include "core/Paths.h"
+#include "speech/SpeechStream.h"
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
 
+#include <QTemporaryFile>
 #include <QUrl>
 
 namespace parlino {
@@ -139,6 +142,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
     const double speed = rawValue(m_state.currentSpeed());
     const QString voiceId = identifier(voice);
     QString file;
+    std::shared_ptr<SpeechStream> stream;
     try {
         // What is spoken: the text itself, or what the chat model wrote from it.
         QString spoken = text;
@@ -152,6 +156,31 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         } else {
             PLOG(lcApp) << "🎤 Calling OpenAIClient.generateSpeech with text length: " << text.size()
                         << ", voice: " << voiceId;
+        }
+
+        if (m_playStream && m_streamingEnabled && m_streamingEnabled()) {
+            // Sound starts with the first bytes; the flow ends when the last chunk has arrived.
+            stream = std::make_shared<SpeechStream>();
+            m_playStream(stream);
+            QCoro::Task<> streaming = m_client.streamSpeech(spoken, voice, speed, stream);
+            co_await streaming;
+            if (stream->isCancelled()) {
+                PLOG(lcApp) << "⏹️ " << texts.failureLog << " stopped by the listener";
+                m_state.setIsProcessing(false);
+                Q_EMIT flowFinished(texts.flowName, QString());
+                co_return;
+            }
+            PLOG(lcApp) << "✅ Successfully streamed "
+                        << (texts.noun.isEmpty() ? QStringLiteral("audio") : texts.noun + QStringLiteral(" audio"));
+            if (!fitsInOneChunk(spoken)) {
+                // The chunks are cached; the whole text is too, so the same request replays at once.
+                QCoro::Task<> caching = cacheWhole(stream->bytes(), spoken, voiceId, speed);
+                co_await caching;
+            }
+            m_state.setIsProcessing(false);
+            m_state.setProcessingProgress(1.0);
+            Q_EMIT flowFinished(texts.flowName, QString());
+            co_return;
         }
 
         QCoro::Task<QString> speech = m_client.generateSpeech(spoken, voice, speed);
@@ -179,10 +208,36 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         PLOG(lcApp) << "✅ " << texts.cachedNoun << " cached successfully";
     } catch (const std::exception &error) {
         PLOG(lcApp) << "❌ " << texts.failureLog << " failed: " << describe(error);
-        failFlow(texts.flowName, texts.failurePrefix + describe(error));
+        if (stream && stream->arrivedSeconds() > 0) {
+            // What arrived keeps playing; the player stays open for it.
+            m_state.setIsProcessing(false);
+            m_state.setProcessingProgress(0.0);
+            showError(texts.failurePrefix + describe(error));
+            Q_EMIT flowFinished(texts.flowName, texts.failurePrefix + describe(error));
+        } else {
+            failFlow(texts.flowName, texts.failurePrefix + describe(error));
+        }
         co_return;
     }
     finishAndPlay(texts.flowName, file);
+}
+
+void ServicesProvider::enableStreaming(PlayStreamFunction playStream, std::function<bool()> isEnabled)
+{
+    m_playStream = std::move(playStream);
+    m_streamingEnabled = std::move(isEnabled);
+}
+
+QCoro::Task<> ServicesProvider::cacheWhole(QByteArray mp3, QString text, QString voice, double speed)
+{
+    QTemporaryFile file(Paths::temporary() + QStringLiteral("/parlino-XXXXXX.mp3"));
+    if (!file.open() || file.write(mp3) != mp3.size() || !file.flush()) {
+        PWARN(lcApp) << "⚠️ Could not keep the streamed audio for replay: " << file.errorString();
+        co_return;
+    }
+    const QString path = file.fileName();
+    QCoro::Task<> caching = m_cache.cacheAudio(path, text, voice, speed);
+    co_await caching;
 }
 
 QString ServicesProvider::readAloud(const QString &text)

@@ -5,6 +5,7 @@
 #include <qcoro/qcorotask.h>
 
 #include <functional>
+#include <memory>
 
 class QUrl;
 
@@ -12,6 +13,7 @@ namespace parlino {
 
 class AppState;
 class OpenAIClient;
+class SpeechStream;
 class TTSCacheService;
 class UserNotifier;
 
@@ -23,12 +25,17 @@ class ServicesProvider final : public QObject {
     Q_OBJECT
 public:
     using PlayFunction = std::function<void(const QUrl &)>;
+    using PlayStreamFunction = std::function<void(std::shared_ptr<SpeechStream>)>;
 
     ServicesProvider(AppState &state, OpenAIClient &client, TTSCacheService &cache, PlayFunction play,
                      UserNotifier &notifier, QObject *parent = nullptr);
     ~ServicesProvider() override;
 
     enum class Flow { readAloud, readSummary, createPodcast };
+
+    // Speech is played while it arrives, through playStream, whenever isEnabled() says so at the start
+    // of a flow; otherwise (and without this call) the whole file is made first, then played.
+    void enableStreaming(PlayStreamFunction playStream, std::function<bool()> isEnabled);
 
     QCoro::Task<> processReadAloud(QString text);
     QCoro::Task<> processReadSummary(QString text);
@@ -49,6 +56,8 @@ private:
     // The frame the three flows share: progress in the application state, the speech, the cache
     // entry for replay, and the player, or the flow's own failure message.
     QCoro::Task<> runFlow(Flow flow, QString text);
+    // Keeps a streamed reading's whole audio in the cache under its text.
+    QCoro::Task<> cacheWhole(QByteArray mp3, QString text, QString voice, double speed);
     void beginFlow(const QString &text, const QString &message);
     void failFlow(const QString &flow, const QString &message);
     void finishAndPlay(const QString &flow, const QString &file);
@@ -57,6 +66,8 @@ private:
     OpenAIClient &m_client;
     TTSCacheService &m_cache;
     PlayFunction m_play;
+    PlayStreamFunction m_playStream;
+    std::function<bool()> m_streamingEnabled;
     UserNotifier &m_notifier;
 };
 

@@ -15,6 +15,8 @@ inline const QString hasViewedOnboarding = QStringLiteral("hasViewedOnboarding")
 inline const QString defaultVoice = QStringLiteral("defaultVoice");
 inline const QString defaultSpeed = QStringLiteral("defaultSpeed");
 inline const QString downloadLocation = QStringLiteral("downloadLocationBookmark");
+// "Start speaking before the whole text is ready" (true when absent).
+inline const QString streamSpeech = QStringLiteral("streamSpeech");
 inline const QString customKeyboardShortcuts = QStringLiteral("customKeyboardShortcuts");
 // Where a shortcuts value that could not be read is kept, so a bad edit loses nothing.
 inline const QString customKeyboardShortcutsUnreadable = QStringLiteral("customKeyboardShortcutsUnreadable");

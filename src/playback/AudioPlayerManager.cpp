@@ -4,6 +4,7 @@
 #include "core/Logging.h"
 #include "core/SettingsKeys.h"
 #include "playback/AudioEngine.h"
+#include "speech/SpeechStream.h"
 #include "usage/UsageTracker.h"
 
 #include <QFileInfo>
@@ -54,6 +55,19 @@ void AudioPlayerManager::play(const QUrl &url)
 
     m_currentURL = url;
     Q_EMIT currentURLChanged();
+    startItem([this, location] { m_engine.load(location); });
+}
+
+void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream)
+{
+    PLOG(lcPlayback) << "🎵 AudioPlayerManager.playStream() called";
+    stop(false);
+    m_currentStream = stream;
+    startItem([this, stream] { m_engine.loadStream(stream); });
+}
+
+void AudioPlayerManager::startItem(const std::function<void()> &load)
+{
     m_hasItem = true;
     m_itemFailed = false;
 
@@ -70,7 +84,7 @@ void AudioPlayerManager::play(const QUrl &url)
     // The rate goes in before loading: audio decoded ahead while the file loads paused would
     // otherwise play its first moment at the previous rate.
     m_engine.setRate(initialSpeed);
-    m_engine.load(location);
+    load();
 }
 
 void AudioPlayerManager::handleItemReady(float initialSpeed)
@@ -176,6 +190,11 @@ void AudioPlayerManager::stop(bool forceClose)
     trackPlaybackSession();
     m_engine.pause();
 
+    // Stopping a reading that is still arriving stops its requests too.
+    if (m_currentStream) {
+        m_currentStream->cancel();
+        m_currentStream.reset();
+    }
     m_engine.unload();
     m_hasItem = false;
     m_itemFailed = false;

@@ -7,12 +7,15 @@
 #include <QObject>
 #include <QUrl>
 
+#include <functional>
+#include <memory>
 #include <optional>
 
 namespace parlino {
 
 class AudioEngine;
 class Defaults;
+class SpeechStream;
 class UsageTracker;
 
 // The one player of the process, for every kind of synthesized audio, and the only owner of the
@@ -47,6 +50,9 @@ public:
     // Loads a local audio file and starts it at the settings' default speed once it is ready; a file
     // that cannot be loaded is logged and stays silent.
     void play(const QUrl &url);
+    // Plays speech that is still arriving, from its first bytes; stop() (and any later play) cancels
+    // the stream, so its remaining pieces are not requested.
+    void playStream(std::shared_ptr<SpeechStream> stream);
     // Pauses, or resumes at the chosen rate; at the end of the file resuming starts it again.
     void togglePlayPause();
     // Releases the file (currentURL is kept). With forceClose the floating player closes as well.
@@ -78,6 +84,8 @@ Q_SIGNALS:
 
 private:
     [[nodiscard]] QUrl currentURLOrEmpty() const { return m_currentURL.value_or(QUrl()); }
+    // Loads the next item at the settings' default speed; `load` hands it to the engine.
+    void startItem(const std::function<void()> &load);
     void handleItemReady(float initialSpeed);
     void handleItemFailed(const QString &error);
     void handlePlaybackFinished();
@@ -98,6 +106,7 @@ private:
     std::optional<Clock::TimerId> m_timeObserver;
     QList<QMetaObject::Connection> m_itemConnections;
     std::optional<QUrl> m_currentURL;
+    std::shared_ptr<SpeechStream> m_currentStream;
     bool m_isPlaying = false;
     double m_currentTime = 0;
     double m_duration = 0;

@@ -9,6 +9,7 @@
 #include "backend/OpenAIConnection.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
+#include "core/SettingsKeys.h"
 #include "input/KeyboardShortcutManager.h"
 #include "input/KeyboardShortcutPreferences.h"
 #include "input/TextCaptureService.h"
@@ -18,6 +19,7 @@
 #include "platform/linux/X11WindowHints.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
+#include "speech/SpeechStream.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 #include "ui/FloatingPlayerView.h"
@@ -132,6 +134,13 @@ ServicesProvider &AppServices::servicesProvider()
         m_servicesProvider = std::make_unique<ServicesProvider>(
             appState(), openAIClient(), speechCache(), [audioPlayer](const QUrl &url) { audioPlayer->play(url); },
             notifier());
+        Defaults *settings = &defaults();
+        m_servicesProvider->enableStreaming(
+            [audioPlayer](std::shared_ptr<SpeechStream> stream) { audioPlayer->playStream(std::move(stream)); },
+            [settings] {
+                return !settings->contains(SettingsKeys::streamSpeech)
+                       || settings->boolForKey(SettingsKeys::streamSpeech);
+            });
     }
     return *m_servicesProvider;
 }

@@ -75,7 +75,8 @@ private Q_SLOTS:
         QDir().mkpath(QFileInfo(m_env.defaultsFile()).absolutePath());
         QFile defaults(m_env.defaultsFile());
         QVERIFY(defaults.open(QIODevice::WriteOnly));
-        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\n");
+        // The whole-file path; the streamed one has its own test at the end.
+        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\nstreamSpeech=false\n");
         defaults.close();
         qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
         qputenv("OPENAI_API_KEY", "sk-test");
@@ -181,6 +182,39 @@ private Q_SLOTS:
         QCOMPARE(AppProcess::runToEnd({QStringLiteral("--read-aloud"), QString()}, &output), 1);
         QVERIFY(output.contains(QStringLiteral("No text selected")));
         QCOMPARE(spokenInputs(m_server).size(), 1);
+    }
+
+    void streamedReadingStartsAtOnceAndStopsItsRequests()
+    {
+        // The same app with its default: speech is played while it arrives, shaped like the real service.
+        m_app.reset();
+        QFile defaults(m_env.defaultsFile());
+        QVERIFY(defaults.open(QIODevice::WriteOnly));
+        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\n");
+        defaults.close();
+        m_app = std::make_unique<AppProcess>();
+        QVERIFY(m_app->start());
+        QVERIFY(m_app->waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+        m_server.setSpeechPace(400);
+
+        // Three chunks of about ten seconds of answering each: sound starts with the first one's bytes.
+        QString text;
+        for (int i = 1; text.size() < 9000; ++i)
+            text += QStringLiteral("Streamed sentence number %1 goes on for a while. ").arg(i);
+        SelectionApp selection(QStringLiteral("primary"), text);
+        QVERIFY(selection.waitUntilReady());
+        pressKeys(QStringLiteral("super+shift+r"));
+        QVERIFY(m_app->waitForLine(QStringLiteral("🎵 AudioPlayerManager.playStream() called")));
+        QVERIFY(m_app->waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
+        QTRY_VERIFY_WITH_TIMEOUT(floatingPlayerVisible(), 5000);
+        QCOMPARE(spokenInputs(m_server).size(), 1);
+
+        // Stop: the chunk being answered still arrives, and nothing after it is asked for.
+        pressKeys(QStringLiteral("super+shift+s"));
+        QVERIFY(m_app->waitForLine(QStringLiteral("⏹️ Reading stopped - chunk 2/3 and later not requested")));
+        QTest::qWait(500);
+        QCOMPARE(spokenInputs(m_server).size(), 1);
+        m_server.setSpeechPace(0);
     }
 
 private:
