@@ -14,8 +14,8 @@ class Defaults;
 
 // The speech provider and the model of each use, as the settings file holds them. A value the app
 // does not know (a provider other than the two, a model the catalogue does not list for that use)
-// reads as the default, with one warning per key for the process's life. A known but retired model
-// reads as it is: it is replaced when the service refuses it (switchToSuccessor).
+// reads as the default, with one warning per key for this object's life (the app makes one). A known
+// but retired model reads as it is: it is replaced when the service refuses it (switchToSuccessor).
 //
 // Safe to use from any thread; the signals are emitted on the thread that made the change.
 class ModelSettings final : public QObject {
