@@ -8,14 +8,21 @@ using namespace parlino;
 
 namespace {
 
-// An answer body as OpenAI writes it: {"error": {"message", "type", "param", "code"}}.
-QByteArray openAIError(const char *message, const char *type, const QJsonValue &param, const QJsonValue &code)
+const QJsonValue null(QJsonValue::Null);
+
+// The error object as OpenAI writes it: {"message", "type", "param", "code"}.
+QJsonObject errorObject(const char *message, const QJsonValue &code, const QJsonValue &param = null)
 {
-    const QJsonObject error{{QStringLiteral("message"), QString::fromUtf8(message)},
-                            {QStringLiteral("type"), QString::fromUtf8(type)},
-                            {QStringLiteral("param"), param},
-                            {QStringLiteral("code"), code}};
-    return QJsonDocument(QJsonObject{{QStringLiteral("error"), error}}).toJson();
+    return QJsonObject{{QStringLiteral("message"), QString::fromUtf8(message)},
+                       {QStringLiteral("type"), QStringLiteral("invalid_request_error")},
+                       {QStringLiteral("param"), param},
+                       {QStringLiteral("code"), code}};
+}
+
+// An answer body: {"error": {...}}.
+QByteArray errorBody(const char *message, const QJsonValue &code, const QJsonValue &param = null)
+{
+    return QJsonDocument(QJsonObject{{QStringLiteral("error"), errorObject(message, code, param)}}).toJson();
 }
 
 } // namespace
@@ -30,68 +37,46 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<bool>("retired");
-        const QJsonValue null(QJsonValue::Null);
+        const QString notFound = QStringLiteral("model_not_found");
 
-        // What the service answers for a model past its shutdown.
-        QTest::newRow("404 deprecated model")
+        QTest::newRow("404 deprecated, as the service answers")
             << 404
-            << openAIError("The model `tts-1` has been deprecated, learn more here: "
-                           "https://platform.openai.com/docs/deprecations",
-                           "invalid_request_error", null, QStringLiteral("model_not_found"))
+            << errorBody("The model `tts-1` has been deprecated, learn more here: "
+                         "https://platform.openai.com/docs/deprecations",
+                         notFound)
             << true;
-        QTest::newRow("404 model_not_found alone")
-            << 404
-            << openAIError("The model `gpt-4o-mini` does not exist or you do not have access to it.",
-                           "invalid_request_error", null, QStringLiteral("model_not_found"))
+        QTest::newRow("404 model_not_found")
+            << 404 << errorBody("The model `gpt-4o-mini` does not exist or you do not have access to it.", notFound)
             << true;
-        QTest::newRow("400 shut down, no code") << 400
-                                                << openAIError("The model whisper-1 was SHUT DOWN on 2027-02-26.",
-                                                               "invalid_request_error", QStringLiteral("model"), null)
-                                                << true;
+        QTest::newRow("400 shut down") << 400
+                                       << errorBody("The model whisper-1 was SHUT DOWN on 2027-02-26.", null,
+                                                    QStringLiteral("model"))
+                                       << true;
         QTest::newRow("410 no longer available")
-            << 410
-            << openAIError("This model is no longer available.", "invalid_request_error", null,
-                           QStringLiteral("model_unavailable"))
-            << true;
-        QTest::newRow("403 message only")
-            << 403 << QByteArray("{\"error\": {\"message\": \"Model gpt-4o-mini-tts is retired\"}}") << true;
-        QTest::newRow("compatible server, string error")
-            << 400 << QByteArray("{\"error\": \"model tts-1 is deprecated\"}") << true;
-        QTest::newRow("plain text body") << 404 << QByteArray("The model tts-1-hd has been shut down.") << true;
+            << 410 << errorBody("This model is no longer available.", null) << true;
+        QTest::newRow("plain text") << 404 << QByteArray("The model tts-1-hd has been retired.") << true;
 
-        // Refusals for other reasons.
         QTest::newRow("401 invalid key") << 401
-                                         << openAIError(
+                                         << errorBody(
                                                 "Incorrect API key provided: sk-abc. You can find your API key at "
                                                 "https://platform.openai.com/account/api-keys.",
-                                                "invalid_request_error", null, QStringLiteral("invalid_api_key"))
+                                                QStringLiteral("invalid_api_key"))
                                          << false;
-        QTest::newRow("404 unknown route")
-            << 404 << openAIError("Invalid URL (POST /v1/audio/speak)", "invalid_request_error", null, null) << false;
-        QTest::newRow("429 rate limit")
-            << 429
-            << openAIError("Rate limit reached for gpt-4o-mini in organization org-1 on requests per min (RPM): "
-                           "Limit 3, Used 3, Requested 1.",
-                           "requests", null, QStringLiteral("rate_limit_exceeded"))
-            << false;
-        QTest::newRow("500 mentioning retirement")
-            << 500 << openAIError("The model is retired", "server_error", null, null) << false;
-        QTest::newRow("503 plain text") << 503 << QByteArray("upstream connect error") << false;
+        QTest::newRow("404 unknown route") << 404 << errorBody("Invalid URL (POST /v1/audio/speak)", null) << false;
+        QTest::newRow("429 rate limit") << 429
+                                        << errorBody("Rate limit reached for gpt-4o-mini in organization org-1 on "
+                                                     "requests per min (RPM): Limit 3, Used 3, Requested 1.",
+                                                     QStringLiteral("rate_limit_exceeded"))
+                                        << false;
+        QTest::newRow("500") << 500 << errorBody("The model is retired", null) << false;
         QTest::newRow("400 deprecated parameter")
             << 400
-            << openAIError("The parameter 'max_tokens' is deprecated for this model. Use 'max_completion_tokens' "
-                           "instead.",
-                           "invalid_request_error", QStringLiteral("max_tokens"),
-                           QStringLiteral("unsupported_parameter"))
+            << errorBody("The parameter 'max_tokens' is deprecated for this model.",
+                         QStringLiteral("unsupported_parameter"), QStringLiteral("max_tokens"))
             << false;
         QTest::newRow("400 deprecated endpoint")
-            << 400 << openAIError("This endpoint has been deprecated.", "invalid_request_error", null, null) << false;
-        QTest::newRow("400 model_not_found is 404 only")
-            << 400
-            << openAIError("Invalid model name.", "invalid_request_error", null, QStringLiteral("model_not_found"))
-            << false;
-        QTest::newRow("200 with the words") << 200 << QByteArray("The model tts-1 is deprecated") << false;
-        QTest::newRow("404 empty body") << 404 << QByteArray() << false;
+            << 400 << errorBody("This endpoint has been deprecated.", null) << false;
+        QTest::newRow("400 model_not_found") << 400 << errorBody("Invalid model name.", notFound) << false;
     }
 
     void retirementErrors()
@@ -104,66 +89,40 @@ private Q_SLOTS:
 
     void realtimeRetirementEvents()
     {
-        const auto event = [](const QByteArray &errorBody) {
-            QJsonObject error = QJsonDocument::fromJson(errorBody).object().value(u"error").toObject();
-            return QJsonObject{{QStringLiteral("type"), QStringLiteral("error")},
-                               {QStringLiteral("event_id"), QStringLiteral("event_1")},
-                               {QStringLiteral("error"), error}};
-        };
-        const QJsonValue null(QJsonValue::Null);
-        // The whole server event and its inner error object both count.
+        // The Realtime API's "error" server event, or its inner error object.
         const QJsonObject notFound =
-            event(openAIError("The model `gpt-realtime` does not exist.", "invalid_request_error", null,
-                              QStringLiteral("model_not_found")));
+            errorObject("The model `gpt-realtime` does not exist.", QStringLiteral("model_not_found"));
         QVERIFY(ModelCatalogue::isRealtimeRetirementError(notFound));
-        QVERIFY(ModelCatalogue::isRealtimeRetirementError(notFound.value(u"error").toObject()));
-        QVERIFY(ModelCatalogue::isRealtimeRetirementError(event(
-            openAIError("The model gpt-realtime-2.1-mini has been deprecated.", "invalid_request_error", null, null))));
+        QVERIFY(ModelCatalogue::isRealtimeRetirementError(
+            QJsonObject{{QStringLiteral("type"), QStringLiteral("error")}, {QStringLiteral("error"), notFound}}));
+        QVERIFY(ModelCatalogue::isRealtimeRetirementError(
+            errorObject("The model gpt-realtime-2.1-mini has been deprecated.", null)));
         QVERIFY(!ModelCatalogue::isRealtimeRetirementError(
-            event(openAIError("Invalid value: 'loud'. Supported values are: 'alloy', 'ash'.", "invalid_request_error",
-                              QStringLiteral("session.voice"), QStringLiteral("invalid_value")))));
-        QVERIFY(!ModelCatalogue::isRealtimeRetirementError(
-            event(openAIError("The server had an error while processing your request.", "server_error", null, null))));
+            errorObject("Invalid value: 'loud'. Supported values are: 'alloy', 'ash'.", QStringLiteral("invalid_value"),
+                        QStringLiteral("session.voice"))));
         QVERIFY(!ModelCatalogue::isRealtimeRetirementError(QJsonObject()));
     }
 
-    void successorsAndRoles()
+    void successors()
     {
-        const auto successor = [](const QString &model) {
-            const auto next = ModelCatalogue::successorOf(model);
-            return next ? std::pair(next->name, next->role) : std::pair(QString(), ModelRole::chat);
-        };
-        for (const char *speech : {"tts-1", "tts-1-hd", "gpt-4o-mini-tts"}) {
-            QCOMPARE(successor(QLatin1String(speech)),
-                     std::pair(QStringLiteral("gpt-realtime-2.1-mini"), ModelRole::realtimeSpeech));
-            QCOMPARE(ModelCatalogue::find(QLatin1String(speech))->shutdownDate, QDate(2027, 1, 6));
-        }
-        QCOMPARE(successor(QStringLiteral("gpt-4o-mini")), std::pair(QStringLiteral("gpt-6-luna"), ModelRole::chat));
-        QCOMPARE(ModelCatalogue::find(QStringLiteral("gpt-4o-mini"))->shutdownDate, QDate(2027, 1, 14));
-        for (const char *transcription : {"whisper-1", "gpt-4o-transcribe", "gpt-4o-mini-transcribe"}) {
-            QCOMPARE(successor(QLatin1String(transcription)),
-                     std::pair(QStringLiteral("gpt-transcribe"), ModelRole::transcription));
-            QCOMPARE(ModelCatalogue::find(QLatin1String(transcription))->shutdownDate, QDate(2027, 2, 26));
-        }
-        // The successors themselves have no date and nothing after them; unknown names have nothing.
-        for (const char *current : {"gpt-realtime-2.1-mini", "gpt-realtime-2.1", "gpt-realtime", "gpt-6-luna",
-                                    "gpt-transcribe", "gpt-5", ""}) {
-            QVERIFY2(!ModelCatalogue::successorOf(QLatin1String(current)), current);
-            const auto known = ModelCatalogue::find(QLatin1String(current));
-            QVERIFY2(!known || known->shutdownDate.isNull(), current);
-        }
+        // Speech moves to the Realtime API; the others stay with their use.
+        const auto tts = ModelCatalogue::successorOf(QStringLiteral("tts-1-hd"));
+        QVERIFY(tts && tts->name == u"gpt-realtime-2.1-mini" && tts->role == ModelRole::realtimeSpeech);
+        QCOMPARE(ModelCatalogue::successorOf(QStringLiteral("gpt-4o-mini"))->name, QStringLiteral("gpt-6-luna"));
+        QCOMPARE(ModelCatalogue::successorOf(QStringLiteral("gpt-4o-transcribe"))->name,
+                 QStringLiteral("gpt-transcribe"));
+        QVERIFY(!ModelCatalogue::successorOf(QStringLiteral("gpt-5")));
 
-        // Every successor is itself in the catalogue, and each use's list starts with its default.
+        // Each retiring model leads to a known model of a related use that is not retiring itself.
         for (const KnownModel &model : ModelCatalogue::models()) {
-            if (!model.successor.isEmpty())
-                QVERIFY2(ModelCatalogue::find(model.successor), qPrintable(model.successor));
+            if (model.shutdownDate.isValid())
+                QVERIFY2(ModelCatalogue::successorOf(model.name), qPrintable(model.name));
+            if (const auto next = ModelCatalogue::successorOf(model.name)) {
+                QVERIFY2(next->shutdownDate.isNull() && next->successor.isEmpty(), qPrintable(next->name));
+                QVERIFY(next->role == model.role
+                        || (model.role == ModelRole::speech && next->role == ModelRole::realtimeSpeech));
+            }
         }
-        QCOMPARE(ModelCatalogue::names(ModelRole::speech).value(0), QStringLiteral("tts-1"));
-        QCOMPARE(ModelCatalogue::names(ModelRole::realtimeSpeech).value(0), QStringLiteral("gpt-realtime-2.1-mini"));
-        QCOMPARE(ModelCatalogue::names(ModelRole::chat).value(0), QStringLiteral("gpt-4o-mini"));
-        QCOMPARE(ModelCatalogue::names(ModelRole::transcription).value(0), QStringLiteral("whisper-1"));
-        QVERIFY(ModelCatalogue::isKnown(QStringLiteral("gpt-realtime"), ModelRole::realtimeSpeech));
-        QVERIFY(!ModelCatalogue::isKnown(QStringLiteral("gpt-realtime"), ModelRole::speech));
     }
 
     void chatRequestShapes()
@@ -171,8 +130,6 @@ private Q_SLOTS:
         // gpt-4o-mini is asked exactly as before; newer and unknown models get the current member.
         QCOMPARE(ModelCatalogue::chatRequestShape(QStringLiteral("gpt-4o-mini")),
                  (ChatRequestShape{QStringLiteral("max_tokens"), true, {}}));
-        QCOMPARE(ModelCatalogue::chatRequestShape(QStringLiteral("gpt-4o")),
-                 (ChatRequestShape{QStringLiteral("max_completion_tokens"), true, {}}));
         QCOMPARE(ModelCatalogue::chatRequestShape(QStringLiteral("gpt-6-luna")),
                  (ChatRequestShape{QStringLiteral("max_completion_tokens"), false, QStringLiteral("none")}));
         QCOMPARE(ModelCatalogue::chatRequestShape(QStringLiteral("some-local-model")),
