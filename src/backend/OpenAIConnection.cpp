@@ -74,12 +74,31 @@ std::optional<QUrl> OpenAIConnection::endpoint(const QString &path) const
     return url;
 }
 
-QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body, BodyReceiver onBody)
+QNetworkRequest OpenAIConnection::authorizedRequest(const QUrl &url) const
 {
     QNetworkRequest request(url);
     request.setRawHeader("Authorization", "Bearer " + m_apiKey.value_or(QString()).toUtf8());
-    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
+    return request;
+}
+
+int OpenAIConnection::answeredStatus(const QNetworkReply &reply)
+{
+    const QVariant status = reply.attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    // Errors below 100 are the connection's (refused, lost, timed out), not the service's answer.
+    const bool broken = reply.error() > QNetworkReply::NoError && reply.error() < 100;
+    if (!status.isValid() || broken) {
+        if (reply.error() != QNetworkReply::NoError)
+            throw NetworkError::fromReply(reply);
+        throw OpenAIError::invalidResponse();
+    }
+    return status.toInt();
+}
+
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body, BodyReceiver onBody)
+{
+    QNetworkRequest request = authorizedRequest(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
 
     const QByteArray payload = QJsonDocument(body).toJson(QJsonDocument::Compact);
     // The coroutine resumes inside the reply's finished signal, so the reply must outlive this frame.
@@ -98,18 +117,23 @@ QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, Q
     }
     co_await pending;
 
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    // Errors below 100 are the connection's (refused, lost, timed out), not the service's answer.
-    const bool broken = reply->error() > QNetworkReply::NoError && reply->error() < 100;
-    if (!status.isValid() || broken) {
-        if (reply->error() != QNetworkReply::NoError)
-            throw NetworkError::fromReply(*reply);
-        throw OpenAIError::invalidResponse();
-    }
+    const int status = answeredStatus(*reply);
     QByteArray rest = reply->readAll();
-    if (onBody && status.toInt() == 200 && !rest.isEmpty())
+    if (onBody && status == 200 && !rest.isEmpty())
         onBody(rest);
-    co_return HttpAnswer{status.toInt(), *streamed + rest};
+    co_return HttpAnswer{status, *streamed + rest};
+}
+
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::getJSON(QUrl url)
+{
+    QNetworkRequest request = authorizedRequest(url);
+    request.setRawHeader("Accept", "application/json");
+    const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_network->get(request), [](QNetworkReply *finished) { finished->deleteLater(); });
+    QNetworkReply *pending = reply.get();
+    co_await pending;
+    const int status = answeredStatus(*reply);
+    co_return HttpAnswer{status, reply->readAll()};
 }
 
 } // namespace parlino

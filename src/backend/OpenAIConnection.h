@@ -12,6 +12,8 @@
 #include <optional>
 
 class QNetworkAccessManager;
+class QNetworkReply;
+class QNetworkRequest;
 
 namespace parlino {
 
@@ -58,8 +60,14 @@ public:
     // that breaks off (the connection lost, a time-out) is a NetworkError, never a short body.
     // onBody, when given, sees a 200 answer's body as it streams in.
     QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {});
+    // GETs url with the key, asking for JSON; any HTTP answer comes back as for postJSON.
+    QCoro::Task<HttpAnswer> getJSON(QUrl url);
 
 private:
+    [[nodiscard]] QNetworkRequest authorizedRequest(const QUrl &url) const;
+    // The answer's status; throws NetworkError or OpenAIError when there was no HTTP answer.
+    [[nodiscard]] static int answeredStatus(const QNetworkReply &reply);
+
     std::optional<QString> m_apiKey;
     QString m_baseURL;
     QNetworkAccessManager *m_network;

@@ -1,5 +1,7 @@
 #include "OpenAITestServer.h"
 
+#include "backend/ModelCatalogue.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QHttpServerRequest>
@@ -144,11 +146,77 @@ void OpenAITestServer::setChatFailure(const Failure &failure, int afterSuccesses
     m_chatFailure = {failure, afterSuccesses};
 }
 
+void OpenAITestServer::setModelsFailure(const Failure &failure, int afterSuccesses)
+{
+    QMutexLocker lock(&m_mutex);
+    m_modelsFailure = {failure, afterSuccesses};
+}
+
 void OpenAITestServer::clearFailures()
 {
     QMutexLocker lock(&m_mutex);
     m_speechFailure = {};
     m_chatFailure = {};
+    m_modelsFailure = {};
+}
+
+void OpenAITestServer::setRetiredModels(const QStringList &models)
+{
+    QMutexLocker lock(&m_mutex);
+    m_retiredModels = models;
+}
+
+QStringList OpenAITestServer::retiredModels() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_retiredModels;
+}
+
+void OpenAITestServer::setModelList(const QJsonArray &models)
+{
+    QMutexLocker lock(&m_mutex);
+    m_modelList = models;
+}
+
+void OpenAITestServer::resetModelList()
+{
+    setModelList(defaultModelList());
+}
+
+QJsonArray OpenAITestServer::defaultModelList()
+{
+    QJsonArray list;
+    for (const KnownModel &model : ModelCatalogue::models()) {
+        const QJsonValue date =
+            model.shutdownDate.isValid() ? QJsonValue(model.shutdownDate.toString(Qt::ISODate)) : QJsonValue::Null;
+        list.append(QJsonObject{{QStringLiteral("id"), model.name},
+                                {QStringLiteral("object"), QStringLiteral("model")},
+                                {QStringLiteral("created"), 1698785189},
+                                {QStringLiteral("owned_by"), QStringLiteral("system")},
+                                {QStringLiteral("shutdown_date"), date}});
+    }
+    return list;
+}
+
+QByteArray OpenAITestServer::retiredModelBody(const QString &model)
+{
+    const QJsonObject error{
+        {QStringLiteral("message"),
+         QStringLiteral(
+             "The model `%1` has been deprecated, learn more here: https://platform.openai.com/docs/deprecations")
+             .arg(model)},
+        {QStringLiteral("type"), QStringLiteral("invalid_request_error")},
+        {QStringLiteral("param"), QJsonValue::Null},
+        {QStringLiteral("code"), QStringLiteral("model_not_found")}};
+    return QJsonDocument(QJsonObject{{QStringLiteral("error"), error}}).toJson();
+}
+
+std::optional<OpenAITestServer::Answer> OpenAITestServer::retiredAnswer(const Request &request) const
+{
+    const QString model = request.json.value(u"model").toString();
+    if (!m_retiredModels.contains(model))
+        return std::nullopt;
+    return Answer{404, "application/json", retiredModelBody(model)};
 }
 
 void OpenAITestServer::setSpeechPace(double charactersPerSecond)
@@ -199,6 +267,8 @@ OpenAITestServer::Answer OpenAITestServer::answerSpeech(const Request &request)
     {
         QMutexLocker lock(&m_mutex);
         pace = m_speechPace;
+        if (auto retired = retiredAnswer(request))
+            return *retired;
         if (auto failure = failureAnswer(m_speechFailure)) {
             if (!failure->cutShort)
                 return *failure;
@@ -218,9 +288,11 @@ OpenAITestServer::Answer OpenAITestServer::answerSpeech(const Request &request)
     return {200, "audio/mpeg", mp3, false, cutShort, spread};
 }
 
-OpenAITestServer::Answer OpenAITestServer::answerChat(const Request &)
+OpenAITestServer::Answer OpenAITestServer::answerChat(const Request &request)
 {
     QMutexLocker lock(&m_mutex);
+    if (auto retired = retiredAnswer(request))
+        return *retired;
     if (auto failure = failureAnswer(m_chatFailure))
         return *failure;
     const QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")},
@@ -233,6 +305,15 @@ OpenAITestServer::Answer OpenAITestServer::answerChat(const Request &)
                              {QStringLiteral("created"), QDateTime::currentSecsSinceEpoch()},
                              {QStringLiteral("model"), QStringLiteral("gpt-4o-mini")},
                              {QStringLiteral("choices"), QJsonArray{choice}}};
+    return {200, "application/json", QJsonDocument(answer).toJson(QJsonDocument::Compact)};
+}
+
+OpenAITestServer::Answer OpenAITestServer::answerModels()
+{
+    QMutexLocker lock(&m_mutex);
+    if (auto failure = failureAnswer(m_modelsFailure))
+        return *failure;
+    const QJsonObject answer{{QStringLiteral("object"), QStringLiteral("list")}, {QStringLiteral("data"), m_modelList}};
     return {200, "application/json", QJsonDocument(answer).toJson(QJsonDocument::Compact)};
 }
 
@@ -258,6 +339,17 @@ OpenAITestServer::Answer OpenAITestServer::answerConfig(const Request &request)
         m_speechFailure = failureFrom(config.value(u"speechFailure"));
     if (config.contains(u"chatFailure"))
         m_chatFailure = failureFrom(config.value(u"chatFailure"));
+    if (config.contains(u"modelsFailure"))
+        m_modelsFailure = failureFrom(config.value(u"modelsFailure"));
+    if (config.contains(u"retiredModels")) {
+        m_retiredModels.clear();
+        for (const QJsonValue &model : config.value(u"retiredModels").toArray())
+            m_retiredModels.append(model.toString());
+    }
+    if (config.contains(u"models")) {
+        const QJsonValue models = config.value(u"models");
+        m_modelList = models.isArray() ? models.toArray() : defaultModelList();
+    }
     return {200, "application/json", "{}"};
 }
 
@@ -307,6 +399,8 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
         answer = answerSpeech(request);
     else if (request.method == "POST" && request.path == u"/v1/chat/completions")
         answer = answerChat(request);
+    else if (request.method == "GET" && request.path == u"/v1/models")
+        answer = answerModels();
     else
         answer = {404, "application/json",
                   openAIErrorBody(QStringLiteral("Unknown request URL: ") + request.path,

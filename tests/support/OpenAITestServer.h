@@ -3,10 +3,12 @@
 #include <QAbstractHttpServer>
 #include <QByteArray>
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
 #include <QMutex>
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 #include <chrono>
@@ -22,12 +24,16 @@ namespace parlino::test {
 //   POST /v1/audio/speech      real MP3 speech of the request's "input" (espeak-ng + lame; long inputs
 //                              are read only up to their first dozen words, to keep tests quick)
 //   POST /v1/chat/completions  a chat-completions answer whose content is chatContent()
+//   GET  /v1/models            the model list: the catalogue's models with their shutdown dates, or
+//                              the list a test set
 //   GET  /_test/requests       the recorded requests as JSON (for tests in another process)
 //   POST /_test/config         {"chatContent": "...", "delayMs": n, "speechCharactersPerSecond": n,
-//                               "speechFailure"/"chatFailure": {"status": n, "body": "...",
-//                               "drop": bool, "afterSuccesses": n} or null}
+//                               "speechFailure"/"chatFailure"/"modelsFailure": {"status": n,
+//                               "body": "...", "drop": bool, "afterSuccesses": n} or null,
+//                               "retiredModels": ["tts-1", ...], "models": [{"id": ...}, ...] or null}
 //
-// Every request to /v1 is recorded. Failures, delays and dropped connections can be switched on.
+// Every request to /v1 is recorded. Failures, delays and dropped connections can be switched on, and
+// models can be retired: a speech or chat request naming one is refused as the service refuses them.
 class OpenAITestServer final : public QAbstractHttpServer {
     Q_OBJECT
 public:
@@ -74,7 +80,18 @@ public:
     // The next afterSuccesses requests to the endpoint succeed, every later one fails.
     void setSpeechFailure(const Failure &failure, int afterSuccesses = 0);
     void setChatFailure(const Failure &failure, int afterSuccesses = 0);
+    void setModelsFailure(const Failure &failure, int afterSuccesses = 0);
     void clearFailures();
+    // Speech and chat requests naming one of these models get OpenAI's 404 "model_not_found" answer.
+    void setRetiredModels(const QStringList &models);
+    [[nodiscard]] QStringList retiredModels() const;
+    // The "data" array that GET /v1/models answers; resetModelList() goes back to defaultModelList().
+    void setModelList(const QJsonArray &models);
+    void resetModelList();
+    // Every model of the app's catalogue, with "shutdown_date" where the catalogue knows one (else null).
+    [[nodiscard]] static QJsonArray defaultModelList();
+    // The body the service answers for a request naming a retired model.
+    [[nodiscard]] static QByteArray retiredModelBody(const QString &model);
     // Waits this long before answering each request (the connection stays open meanwhile).
     void setDelay(std::chrono::milliseconds delay);
     // Shapes speech answers like the real service: after the delay the headers and the first bytes,
@@ -105,6 +122,9 @@ private:
 
     Answer answerSpeech(const Request &request);
     Answer answerChat(const Request &request);
+    Answer answerModels();
+    // The refusal of a request that names a retired model, if it does. Called with m_mutex held.
+    std::optional<Answer> retiredAnswer(const Request &request) const;
     Answer answerConfig(const Request &request);
     Answer answerRequestLog() const;
     static std::optional<Answer> failureAnswer(FailurePlan &plan);
@@ -115,6 +135,9 @@ private:
     QString m_chatContent = QStringLiteral("This is a test answer.");
     FailurePlan m_speechFailure;
     FailurePlan m_chatFailure;
+    FailurePlan m_modelsFailure;
+    QStringList m_retiredModels;
+    QJsonArray m_modelList = defaultModelList();
     std::chrono::milliseconds m_delay{0};
     double m_speechPace = 0;
     QHash<QString, QByteArray> m_speechCache;
