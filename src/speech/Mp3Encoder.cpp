@@ -101,6 +101,8 @@ QByteArray Mp3Encoder::encode(const QByteArray &pcm16le)
     const QByteArray bytes = m_pendingByte.isEmpty() ? pcm16le : m_pendingByte + pcm16le;
     const qsizetype sampleCount = bytes.size() / 2;
     m_pendingByte = bytes.size() % 2 != 0 ? bytes.right(1) : QByteArray();
+    if (sampleCount == 0)
+        return {};
 
     std::vector<short> samples(static_cast<size_t>(sampleCount));
     qFromLittleEndian<qint16>(bytes.constData(), sampleCount, samples.data());
