@@ -27,9 +27,11 @@ namespace parlino::test {
 //   ws://127.0.0.1:PORT/v1/realtime?model=M   with "Authorization: Bearer KEY"
 //
 // A wrong key or a retired model gets an error event and the connection is closed; otherwise
-// session.created. Client events: session.update (voice, instructions, speed), conversation.item.create
-// (a user text), response.create (text in "input" or the last user item; answered with response.created,
-// the audio and transcript deltas, their done events and response.done), response.cancel.
+// session.created. Client events: session.update (voice and speed checked as the service checks them,
+// "session.type" required), conversation.item.create (a user text), response.create (text in "input" or
+// the last user item; answered with response.created, response.output_item.added, the audio and
+// transcript deltas, their done events, response.output_item.done and response.done; a second one while
+// one runs is refused), response.cancel. Anything else gets an error event.
 // Long texts are spoken only up to their first dozen words; the transcript still covers them whole.
 //
 // Lives on the thread that created it; every setter and getter is for that thread.
@@ -45,8 +47,9 @@ public:
         QJsonObject event;
     };
 
-    // What goes wrong with the next response: the connection drops after some audio deltas, or the
-    // response ends as "failed" with an error before any audio.
+    // What goes wrong with the next response: the connection drops (no closing handshake) after some
+    // audio deltas, or the response ends as "failed" with this error before any audio. A response with
+    // fewer deltas than afterDeltas completes.
     struct Failure {
         enum class Kind { DropConnection, FailResponse };
         Kind kind = Kind::FailResponse;
