@@ -51,7 +51,12 @@ WavFormat readWavFormat(const QByteArray &bytes)
 double makeTimedSpeechMp3(const QString &text, const QString &mp3Path)
 {
     const QString wavPath = mp3Path + QStringLiteral(".wav");
-    if (QProcess::execute(QStringLiteral("espeak-ng"), {QStringLiteral("-w"), wavPath, text}) != 0)
+    // The text goes in on standard input, so one that starts with "-" is spoken, not taken for an option.
+    QProcess espeak;
+    espeak.start(QStringLiteral("espeak-ng"), {QStringLiteral("--stdin"), QStringLiteral("-w"), wavPath});
+    espeak.write(text.toUtf8());
+    espeak.closeWriteChannel();
+    if (!espeak.waitForFinished(30000) || espeak.exitStatus() != QProcess::NormalExit || espeak.exitCode() != 0)
         return -1;
     QFile wavFile(wavPath);
     if (!wavFile.open(QIODevice::ReadOnly))
