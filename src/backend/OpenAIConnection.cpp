@@ -34,6 +34,31 @@ OpenAIConnection::OpenAIConnection(std::optional<QString> apiKey, QString baseUR
     , m_baseURL(std::move(baseURL))
     , m_network(network ? network : new QNetworkAccessManager(this))
 {
+    const QString fromEnvironment = qEnvironmentVariable("OPENAI_WEBSOCKET_BASE_URL");
+    if (!fromEnvironment.isEmpty()) {
+        setWebSocketBaseURL(fromEnvironment);
+    } else {
+        // The same host speaks the Realtime API over WebSockets: http→ws, https→wss.
+        QString derived = m_baseURL;
+        if (derived.startsWith(QLatin1String("https:")))
+            derived.replace(0, 5, QStringLiteral("wss"));
+        else if (derived.startsWith(QLatin1String("http:")))
+            derived.replace(0, 4, QStringLiteral("ws"));
+        setWebSocketBaseURL(derived);
+    }
+}
+
+void OpenAIConnection::setWebSocketBaseURL(QString url)
+{
+    m_webSocketBaseURL = url.endsWith(u'/') ? url.chopped(1) : std::move(url);
+}
+
+std::optional<QUrl> OpenAIConnection::webSocketEndpoint(const QString &path) const
+{
+    const QUrl url(m_webSocketBaseURL + path, QUrl::StrictMode);
+    if (!url.isValid() || url.host().isEmpty() || (url.scheme() != u"wss" && url.scheme() != u"ws"))
+        return std::nullopt;
+    return url;
 }
 
 OpenAIConnection::~OpenAIConnection() = default;

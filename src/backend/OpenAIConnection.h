@@ -48,11 +48,17 @@ public:
 
     [[nodiscard]] const std::optional<QString> &apiKey() const { return m_apiKey; }
     [[nodiscard]] const QString &baseURL() const { return m_baseURL; }
+    // The Realtime API's root: OPENAI_WEBSOCKET_BASE_URL when set, else baseURL with ws/wss.
+    [[nodiscard]] const QString &webSocketBaseURL() const { return m_webSocketBaseURL; }
+    void setWebSocketBaseURL(QString url);
     // Idle time after which a request gives up; 60 s unless a test shortens it.
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_requestTimeout = timeout; }
 
     // baseURL + path, or nothing when that is no usable URL.
     [[nodiscard]] std::optional<QUrl> endpoint(const QString &path) const;
+    // webSocketBaseURL + path, or nothing when that is no usable ws/wss URL.
+    [[nodiscard]] std::optional<QUrl> webSocketEndpoint(const QString &path) const;
+    [[nodiscard]] std::chrono::milliseconds requestTimeout() const { return m_requestTimeout; }
     // Each piece of a successful answer's body, as it arrives.
     using BodyReceiver = std::function<void(const QByteArray &piece)>;
 
@@ -70,6 +76,7 @@ private:
 
     std::optional<QString> m_apiKey;
     QString m_baseURL;
+    QString m_webSocketBaseURL;
     QNetworkAccessManager *m_network;
     std::chrono::milliseconds m_requestTimeout = defaultRequestTimeout;
 };

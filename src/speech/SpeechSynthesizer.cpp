@@ -1,84 +1,87 @@
 #include "speech/SpeechSynthesizer.h"
 
-#include "backend/OpenAIConnection.h"
+#include "backend/ModelCatalogue.h"
+#include "backend/ModelSettings.h"
 #include "backend/OpenAIError.h"
 #include "core/Logging.h"
 #include "core/Paths.h"
+#include "speech/RealtimeSpeechProvider.h"
 #include "speech/SpeechStream.h"
 #include "speech/TTSCacheService.h"
+#include "speech/TemporaryAudio.h"
 #include "speech/TextChunker.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QJsonObject>
-#include <QSaveFile>
-#include <QUuid>
 
 namespace parlino {
 
-namespace {
-
-const QString speechModel = QStringLiteral("tts-1");
-
-// A new file in the temporary folder named by a fresh UUID, holding data.
-QString writeTemporaryMp3(const QByteArray &data)
-{
-    QString path = Paths::temporary() + u'/' + QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper()
-                   + QStringLiteral(".mp3");
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit())
-        throw Error(QStringLiteral("Could not write the audio file ") + path + QStringLiteral(": ")
-                    + file.errorString());
-    return path;
-}
-
-} // namespace
-
-SpeechSynthesizer::SpeechSynthesizer(OpenAIConnection &connection, TTSCacheService &cache, QObject *parent)
+SpeechSynthesizer::SpeechSynthesizer(TTSCacheService &cache, ModelSettings &models, QObject *parent)
     : QObject(parent)
-    , m_connection(connection)
     , m_cache(cache)
+    , m_models(models)
 {
 }
 
 SpeechSynthesizer::~SpeechSynthesizer() = default;
 
-QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoice voice, double speed,
-                                                            OpenAIConnection::BodyReceiver onBody)
+SpeechProvider &SpeechSynthesizer::addProvider(std::unique_ptr<SpeechProvider> provider)
 {
-    PLOG(lcSpeech) << "🎙️ generateSpeechChunk called with " << characterCount(text) << " characters";
-    PLOG(lcSpeech) << "   - Voice: " << identifier(voice) << " (rawValue: " << identifier(voice) << ')';
-    PLOG(lcSpeech) << "   - Speed: " << TTSCacheService::speedText(speed);
+    m_providers.push_back(std::move(provider));
+    return *m_providers.back();
+}
 
-    const auto url = m_connection.endpoint(QStringLiteral("/audio/speech"));
-    if (!url)
-        throw OpenAIError::invalidURL();
-
-    const QJsonObject body{{QStringLiteral("model"), speechModel},
-                           {QStringLiteral("input"), text},
-                           {QStringLiteral("voice"), identifier(voice)},
-                           {QStringLiteral("speed"), speed}};
-
-    PLOG(lcSpeech) << "📤 Sending TTS request to OpenAI";
-    PLOG(lcSpeech) << "   - Endpoint: " << url->toString();
-    PLOG(lcSpeech) << "   - Input text length: " << characterCount(text);
-    PLOG(lcSpeech) << "   - Voice being sent to API: '" << identifier(voice) << '\'';
-
-    QCoro::Task<OpenAIConnection::HttpAnswer> posting = m_connection.postJSON(*url, body, onBody);
-    const OpenAIConnection::HttpAnswer answer = co_await posting;
-
-    PLOG(lcSpeech) << "📥 Received response from OpenAI";
-    PLOG(lcSpeech) << "   - Status code: " << answer.statusCode;
-    PLOG(lcSpeech) << "   - Response size: " << answer.body.size() << " bytes";
-
-    if (answer.statusCode != 200) {
-        const QString message = errorMessageFromBody(answer.body);
-        PLOG(lcSpeech) << "❌ OpenAI API error: " << answer.statusCode;
-        PLOG(lcSpeech) << "   - Error response: " << message;
-        throw OpenAIError::apiError(answer.statusCode, message);
+SpeechProvider &SpeechSynthesizer::currentProvider() const
+{
+    Q_ASSERT(!m_providers.empty());
+    const QString chosen = m_models.speechProvider();
+    for (const auto &provider : m_providers) {
+        if (provider->name() == chosen)
+            return *provider;
     }
-    co_return writeTemporaryMp3(answer.body);
+    return *m_providers.front();
+}
+
+QString SpeechSynthesizer::cacheVoice(TTSVoice voice) const
+{
+    return currentProvider().cacheVoice(voice);
+}
+
+bool SpeechSynthesizer::switchFromRetiredModel(const SpeechProvider &provider)
+{
+    const QString retired = provider.model();
+    const ModelRole role = provider.name() == QLatin1String(RealtimeSpeechProvider::providerName)
+                               ? ModelRole::realtimeSpeech
+                               : ModelRole::speech;
+    m_models.switchToSuccessor(role, retired);
+    // Another reading may have switched first; either way the retry goes to whatever reads now.
+    const SpeechProvider &now = currentProvider();
+    return &now != &provider || now.model() != retired;
+}
+
+QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoice voice, double speed,
+                                                            SpeechProvider::AudioReceiver onAudio,
+                                                            SpeechProvider::StopCheck shouldStop)
+{
+    SpeechProvider *provider = &currentProvider();
+    std::optional<OpenAIError> refused;
+    try {
+        QCoro::Task<QString> asking = provider->synthesize(text, voice, speed, onAudio, shouldStop);
+        co_return co_await asking;
+    } catch (const OpenAIError &error) {
+        if (error.kind() != OpenAIError::Kind::apiError
+            || !ModelCatalogue::isRetirementError(error.statusCode(), error.message().toUtf8()))
+            throw;
+        refused = error;
+    }
+    PLOG(lcSpeech) << "🔄 The service has retired " << provider->model() << " - switching to its successor";
+    if (!switchFromRetiredModel(*provider))
+        throw *refused;
+    SpeechProvider &successor = currentProvider();
+    PLOG(lcSpeech) << "🔄 Asking again through " << successor.name() << " with " << successor.model();
+    QCoro::Task<QString> again = successor.synthesize(text, voice, speed, onAudio, shouldStop);
+    co_return co_await again;
 }
 
 QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice voice, double speed)
@@ -90,7 +93,7 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
     PLOG(lcSpeech) << "   - Max chunk size: " << maxChunkSize;
 
     // No temporaries inside co_await expressions: GCC 12 destroys them twice.
-    const QString voiceId = identifier(voice);
+    const QString voiceId = cacheVoice(voice);
     try {
         if (length > maxChunkSize)
             co_return co_await generateMultiChunkSpeech(text, voice, speed);
@@ -103,7 +106,9 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
         PLOG(lcSpeech) << "💾 Cache MISS for single chunk - generating new audio";
         QCoro::Task<QString> request = generateSpeechChunk(text, voice, speed);
         const QString generated = co_await request;
-        co_await m_cache.cacheAudio(generated, text, voiceId, speed);
+        // A retired model may have been replaced meanwhile: the key names the voice that really read.
+        const QString readBy = cacheVoice(voice);
+        co_await m_cache.cacheAudio(generated, text, readBy, speed);
         PLOG(lcSpeech) << "💾 Cached new audio for single chunk";
         co_return generated;
     } catch (const Error &error) {
@@ -122,13 +127,13 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
         throw Error(QStringLiteral("The text has nothing to read aloud"));
 
     // Strictly one request after another, in reading order.
-    const QString voiceId = identifier(voice);
     QStringList chunkFiles;
     for (qsizetype i = 0; i < n; ++i) {
         Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
                                QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
         PLOG(lcSpeech) << "🎙️ Generating audio for chunk " << (i + 1) << '/' << n;
         const QString &chunk = chunks[i];
+        const QString voiceId = cacheVoice(voice);
         if (auto cached = co_await m_cache.getCachedAudio(chunk, voiceId, speed)) {
             PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
             chunkFiles.append(*cached);
@@ -137,7 +142,8 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
         PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
         QCoro::Task<QString> request = generateSpeechChunk(chunk, voice, speed);
         const QString generated = co_await request;
-        co_await m_cache.cacheAudio(generated, chunk, voiceId, speed);
+        const QString readBy = cacheVoice(voice);
+        co_await m_cache.cacheAudio(generated, chunk, readBy, speed);
         PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);
         chunkFiles.append(generated);
     }
@@ -166,9 +172,8 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
     // The same pieces, requests and cache keys as generateSpeech(); only the delivery differs.
     const QStringList chunks = fitsInOneChunk(text) ? QStringList{text} : splitTextIntoChunks(text, maxChunkSize);
     const qsizetype n = chunks.size();
-    const QString voiceId = identifier(voice);
     PLOG(lcSpeech) << "🔍 Streaming speech: " << characterCount(text) << " characters in " << n << " chunk(s), voice "
-                   << voiceId;
+                   << identifier(voice) << " through " << currentProvider().name();
     try {
         if (n == 0)
             throw Error(QStringLiteral("The text has nothing to read aloud"));
@@ -182,6 +187,7 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
                 Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
                                        QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
             const QString &chunk = chunks[i];
+            const QString voiceId = cacheVoice(voice);
             QCoro::Task<std::optional<QString>> lookup = m_cache.getCachedAudio(chunk, voiceId, speed);
             if (const std::optional<QString> cached = co_await lookup) {
                 PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
@@ -195,10 +201,16 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
             PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
             // Sound starts with the first bytes. A chunk whose reading was stopped still arrives whole
             // and is cached (it is paid for), but the closed stream takes no more of it.
-            QCoro::Task<QString> request =
-                generateSpeechChunk(chunk, voice, speed, [stream](const QByteArray &piece) { stream->append(piece); });
+            QCoro::Task<QString> request = generateSpeechChunk(
+                chunk, voice, speed, [stream](const QByteArray &piece) { stream->append(piece); },
+                [stream] { return stream->isCancelled(); });
             const QString generated = co_await request;
-            QCoro::Task<> caching = m_cache.cacheAudio(generated, chunk, voiceId, speed);
+            if (generated.isEmpty()) {
+                PLOG(lcSpeech) << "⏹️ Reading stopped - chunk " << (i + 1) << '/' << n << " left unfinished";
+                co_return;
+            }
+            const QString readBy = cacheVoice(voice);
+            QCoro::Task<> caching = m_cache.cacheAudio(generated, chunk, readBy, speed);
             co_await caching;
             QFile::remove(generated);
             PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "backend/OpenAIConnection.h"
+#include "speech/SpeechProvider.h"
 #include "speech/TTSVoice.h"
 
 #include <QObject>
@@ -8,20 +8,32 @@
 #include <qcoro/qcorotask.h>
 
 #include <memory>
+#include <vector>
 
 namespace parlino {
 
+class ModelSettings;
 class SpeechStream;
 class TTSCacheService;
 
-// Turns text of any length into one MP3 file through OpenAI's speech endpoint. Short texts are one
+// Turns text of any length into MP3 speech through the chosen speech provider. Short texts are one
 // request; long ones are split at sentence ends so every request stays under the API limit, each
 // piece looked up in the cache or requested in reading order, and the pieces' bytes joined.
+//
+// A provider whose model the service has retired is switched to its successor (the settings keep the
+// switch, and ModelSettings tells whoever listens), and the request is made once more.
 class SpeechSynthesizer final : public QObject {
     Q_OBJECT
 public:
-    SpeechSynthesizer(OpenAIConnection &connection, TTSCacheService &cache, QObject *parent = nullptr);
+    SpeechSynthesizer(TTSCacheService &cache, ModelSettings &models, QObject *parent = nullptr);
     ~SpeechSynthesizer() override;
+
+    // Makes a provider available under its name(); the first added reads when the settings name none.
+    SpeechProvider &addProvider(std::unique_ptr<SpeechProvider> provider);
+    // The provider the settings choose ("speechProvider"), else the first one added.
+    [[nodiscard]] SpeechProvider &currentProvider() const;
+    // The voice part of cache keys for audio read now in `voice`.
+    [[nodiscard]] QString cacheVoice(TTSVoice voice) const;
 
     [[nodiscard]] TTSCacheService &cacheService() const { return m_cache; }
 
@@ -42,14 +54,19 @@ Q_SIGNALS:
     void progressChanged(double progress, const QString &message);
 
 private:
-    // One request for at most maxChunkSize characters; a new MP3 file in the temporary folder.
-    // onBody sees the MP3 bytes as they arrive.
+    // One piece of at most maxChunkSize characters from the current provider: a new MP3 file in the
+    // temporary folder, or an empty path when shouldStop ended it early. A refusal because the model
+    // is retired switches to the successor and asks once more.
     QCoro::Task<QString> generateSpeechChunk(QString text, TTSVoice voice, double speed,
-                                             OpenAIConnection::BodyReceiver onBody = {});
+                                             SpeechProvider::AudioReceiver onAudio = {},
+                                             SpeechProvider::StopCheck shouldStop = {});
     QCoro::Task<QString> generateMultiChunkSpeech(QString text, TTSVoice voice, double speed);
+    // Switches the settings away from the provider's retired model; true when a successor now reads.
+    bool switchFromRetiredModel(const SpeechProvider &provider);
 
-    OpenAIConnection &m_connection;
     TTSCacheService &m_cache;
+    ModelSettings &m_models;
+    std::vector<std::unique_ptr<SpeechProvider>> m_providers;
 };
 
 } // namespace parlino

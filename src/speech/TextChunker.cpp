@@ -116,4 +116,48 @@ QStringList splitTextIntoChunks(const QString &text, int maxSize)
     return chunks;
 }
 
+QStringList splitIntoSpokenPieces(const QString &text, int targetSize)
+{
+    // Sentences with their delimiters and the blanks after them, so joining them gives the text back.
+    QStringList sentences;
+    qsizetype start = 0;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text.at(i);
+        const bool end = c == u'\n' || (isSentenceDelimiter(c) && (i + 1 == text.size() || text.at(i + 1).isSpace()));
+        if (!end)
+            continue;
+        while (i + 1 < text.size() && text.at(i + 1).isSpace())
+            ++i;
+        sentences.append(text.mid(start, i + 1 - start));
+        start = i + 1;
+    }
+    if (start < text.size())
+        sentences.append(text.mid(start));
+
+    QStringList pieces;
+    QString current;
+    const auto flush = [&pieces, &current] {
+        if (!current.trimmed().isEmpty())
+            pieces.append(current.trimmed());
+        current.clear();
+    };
+    for (const QString &sentence : std::as_const(sentences)) {
+        const int length = characterCount(sentence);
+        if (characterCount(current) + length > targetSize)
+            flush();
+        if (length <= targetSize) {
+            current += sentence;
+            continue;
+        }
+        // Blanks inside a sentence separate its words; the pieces break only there.
+        for (const QString &word : splitAtBlanks(sentence)) {
+            if (!current.isEmpty() && characterCount(current) + characterCount(word) + 1 > targetSize)
+                flush();
+            current += word + u' ';
+        }
+    }
+    flush();
+    return pieces;
+}
+
 } // namespace parlino

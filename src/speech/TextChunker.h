@@ -27,4 +27,10 @@ inline constexpr int maxChunkSize = 4000;
 // blanks; a single word longer than the limit is never cut and becomes an oversized piece of its own.
 [[nodiscard]] QStringList splitTextIntoChunks(const QString &text, int maxSize = maxChunkSize);
 
+// Cuts a chunk into sentence-sized pieces for a voice that is given its text a little at a time:
+// whole sentences (ending in ".", "!", "?" or a line break) gathered up to about `targetSize`
+// characters, a longer sentence cut at blanks. Nothing is added, dropped or moved: the pieces, trimmed
+// and joined with single blanks, hold every word of the text exactly once and in order.
+[[nodiscard]] QStringList splitIntoSpokenPieces(const QString &text, int targetSize = 300);
+
 } // namespace parlino

@@ -1,8 +1,11 @@
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
 #include "ai/OpenAIClient.h"
+#include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "cli/OpenAICommands.h"
+#include "core/Defaults.h"
+#include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 
@@ -107,8 +110,10 @@ public:
         m_connection = std::make_unique<OpenAIConnection>(qEnvironmentVariable("OPENAI_API_KEY"),
                                                           OpenAIConnection::defaultBaseURL());
         m_cache = std::make_unique<TTSCacheService>();
-        m_speech = std::make_unique<SpeechSynthesizer>(*m_connection, *m_cache);
-        m_client = std::make_unique<OpenAIClient>(*m_connection, *m_speech);
+        m_models = std::make_unique<ModelSettings>(m_defaults);
+        m_speech = std::make_unique<SpeechSynthesizer>(*m_cache, *m_models);
+        m_speech->addProvider(std::make_unique<SpeechEndpointProvider>(*m_connection, *m_models));
+        m_client = std::make_unique<OpenAIClient>(*m_connection, *m_speech, *m_models);
     }
 
 private:
@@ -116,6 +121,8 @@ private:
     OpenAITestServer m_server;
     std::unique_ptr<OpenAIConnection> m_connection;
     std::unique_ptr<TTSCacheService> m_cache;
+    Defaults m_defaults{m_env.defaultsFile()};
+    std::unique_ptr<ModelSettings> m_models;
     std::unique_ptr<SpeechSynthesizer> m_speech;
     std::unique_ptr<OpenAIClient> m_client;
 

@@ -2,8 +2,11 @@
 #include "LogCapture.h"
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
+#include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
+#include "speech/RealtimeSpeechProvider.h"
+#include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechStream.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
@@ -85,6 +88,7 @@ private:
     OpenAITestServer m_server;
     std::unique_ptr<TTSCacheService> m_cache;
     std::unique_ptr<OpenAIConnection> m_connection;
+    ModelSettings m_models{m_defaults};
     std::unique_ptr<SpeechSynthesizer> m_client;
 
     QString tempFolder() const { return m_env.root() + QStringLiteral("/tmp"); }
@@ -102,6 +106,15 @@ private:
         for (const auto &request : m_server.requests(QStringLiteral("/audio/speech")))
             inputs << request.json.value(u"input").toString();
         return inputs;
+    }
+
+    // The speech side as the app builds it: the speech endpoint first, then the Realtime API.
+    std::unique_ptr<SpeechSynthesizer> makeSynthesizer(OpenAIConnection &connection)
+    {
+        auto synthesizer = std::make_unique<SpeechSynthesizer>(*m_cache, m_models);
+        synthesizer->addProvider(std::make_unique<SpeechEndpointProvider>(connection, m_models));
+        synthesizer->addProvider(std::make_unique<RealtimeSpeechProvider>(connection, m_models));
+        return synthesizer;
     }
 
     int cachedEntries() { return static_cast<int>(awaitTask(m_cache->entries()).value->size()); }
@@ -123,7 +136,7 @@ private Q_SLOTS:
         m_server.setSpeechPace(0);
         m_cache = std::make_unique<TTSCacheService>(cacheFolder());
         m_connection = std::make_unique<OpenAIConnection>(QStringLiteral("test-key"), m_server.baseUrlString());
-        m_client = std::make_unique<SpeechSynthesizer>(*m_connection, *m_cache);
+        m_client = makeSynthesizer(*m_connection);
     }
 
     void textAtTheLimitIsOneUntrimmedRequest()
@@ -278,8 +291,8 @@ private Q_SLOTS:
     void unusableBaseUrlFailsBeforeAnyRequest()
     {
         OpenAIConnection connection(QStringLiteral("k"), QStringLiteral("not a url"));
-        SpeechSynthesizer client(connection, *m_cache);
-        const auto outcome = awaitTask(client.generateSpeech(QStringLiteral("Hi."), TTSVoice::alloy, 1.0));
+        const auto client = makeSynthesizer(connection);
+        const auto outcome = awaitTask(client->generateSpeech(QStringLiteral("Hi."), TTSVoice::alloy, 1.0));
         QCOMPARE(outcome.error, QStringLiteral("Invalid API URL"));
     }
 

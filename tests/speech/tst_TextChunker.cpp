@@ -87,6 +87,23 @@ private Q_SLOTS:
         QCOMPARE(splitTextIntoChunks(QStringLiteral("one\ntwo three"), 8),
                  (QStringList{QStringLiteral("one\ntwo"), QStringLiteral("three.")}));
     }
+
+    void spokenPiecesKeepEveryWordOnceAndInOrder()
+    {
+        // Sentences stay whole and keep their own punctuation ("?" stays "?", "3.5" is no sentence end);
+        // short ones are gathered, an over-long one is cut at blanks; no word is lost, doubled or moved.
+        const QString text = QStringLiteral("Is 3.5 enough? Yes!\nIt is.   ")
+                             + QString(QStringLiteral("word ")).repeated(30) + QStringLiteral("end. Last one");
+        const QStringList pieces = splitIntoSpokenPieces(text, 40);
+        QCOMPARE(pieces.join(u' ').simplified(), text.simplified());
+        QCOMPARE(pieces.first(), QStringLiteral("Is 3.5 enough? Yes!\nIt is."));
+        QCOMPARE(pieces.last(), QStringLiteral("Last one"));
+        for (const QString &piece : pieces) {
+            QVERIFY2(characterCount(piece) <= 40, qPrintable(piece));
+            QCOMPARE(piece, piece.trimmed());
+        }
+        QVERIFY(splitIntoSpokenPieces(QStringLiteral(" \n ")).isEmpty());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestTextChunker)
