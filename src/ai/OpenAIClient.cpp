@@ -4,6 +4,8 @@
 #include "ai/OpenAIClient.h"
 
 #include "ai/ChatCompletionResponse.h"
+#include "backend/ModelCatalogue.h"
+#include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "backend/OpenAIError.h"
 #include "core/Logging.h"
@@ -17,7 +19,6 @@ namespace parlino {
 
 namespace {
 
-const QString chatModel = QStringLiteral("gpt-4o-mini");
 constexpr int historyTurnsSent = 6;
 // Named, not a temporary: GCC 12 destroys temporaries inside a co_await expression twice.
 const QJsonObject noResponseFormat;
@@ -140,10 +141,12 @@ QString summaryUserMessage(const QString &text)
 
 } // namespace
 
-OpenAIClient::OpenAIClient(OpenAIConnection &connection, SpeechSynthesizer &speech, QObject *parent)
+OpenAIClient::OpenAIClient(OpenAIConnection &connection, SpeechSynthesizer &speech, ModelSettings &models,
+                           QObject *parent)
     : QObject(parent)
     , m_connection(connection)
     , m_speech(speech)
+    , m_models(models)
 {
 }
 
@@ -163,21 +166,55 @@ QCoro::Task<> OpenAIClient::streamSpeech(QString text, TTSVoice voice, double sp
     co_await streaming;
 }
 
+QString OpenAIClient::speechCacheVoice(TTSVoice voice) const
+{
+    return m_speech.cacheVoice(voice);
+}
+
 QCoro::Task<QString> OpenAIClient::chatCompletion(QJsonArray messages, double temperature, int maxTokens,
                                                   QJsonObject responseFormat)
+{
+    const QString model = m_models.chatModel();
+    std::optional<OpenAIError> refused;
+    try {
+        QCoro::Task<QString> asking = chatCompletionWith(model, messages, temperature, maxTokens, responseFormat);
+        co_return co_await asking;
+    } catch (const OpenAIError &error) {
+        if (error.kind() != OpenAIError::Kind::apiError
+            || !ModelCatalogue::isRetirementError(error.statusCode(), error.message().toUtf8()))
+            throw;
+        refused = error;
+    }
+    PLOG(lcAi) << "🔄 The service has retired " << model << " - switching to its successor";
+    m_models.switchToSuccessor(ModelRole::chat, model);
+    // Another request may have switched first; either way the repeat goes to the model in use now.
+    const QString successor = m_models.chatModel();
+    if (successor == model)
+        throw *refused;
+    QCoro::Task<QString> again = chatCompletionWith(successor, messages, temperature, maxTokens, responseFormat);
+    co_return co_await again;
+}
+
+QCoro::Task<QString> OpenAIClient::chatCompletionWith(QString model, QJsonArray messages, double temperature,
+                                                      int maxTokens, QJsonObject responseFormat)
 {
     const auto url = m_connection.endpoint(QStringLiteral("/chat/completions"));
     if (!url)
         throw OpenAIError::invalidURL();
 
-    QJsonObject body{{QStringLiteral("model"), chatModel},
-                     {QStringLiteral("messages"), messages},
-                     {QStringLiteral("temperature"), temperature},
-                     {QStringLiteral("max_tokens"), maxTokens}};
+    // Newer models take another name for the token budget and only their default temperature.
+    const ChatRequestShape shape = ModelCatalogue::chatRequestShape(model);
+    QJsonObject body{{QStringLiteral("model"), model}, {QStringLiteral("messages"), messages}};
+    if (shape.sendsTemperature)
+        body.insert(QStringLiteral("temperature"), temperature);
+    body.insert(shape.tokenLimitMember, maxTokens);
+    if (!shape.reasoningEffort.isEmpty())
+        body.insert(QStringLiteral("reasoning_effort"), shape.reasoningEffort);
     if (!responseFormat.isEmpty())
         body.insert(QStringLiteral("response_format"), responseFormat);
 
-    const OpenAIConnection::HttpAnswer answer = co_await m_connection.postJSON(*url, body);
+    QCoro::Task<OpenAIConnection::HttpAnswer> posting = m_connection.postJSON(*url, body);
+    const OpenAIConnection::HttpAnswer answer = co_await posting;
     if (answer.statusCode != 200)
         throw OpenAIError::apiError(answer.statusCode, errorMessageFromBody(answer.body));
 

@@ -18,6 +18,7 @@
 
 namespace parlino {
 
+class ModelSettings;
 class OpenAIConnection;
 class SpeechStream;
 class SpeechSynthesizer;
@@ -26,11 +27,13 @@ class SpeechSynthesizer;
 // the chat requests (summaries, answers, podcast scripts and titles), all over one connection.
 //
 // Failures reach the caller as OpenAIError (the service answered with something other than success, or
-// an unusable answer) or NetworkError (no answer at all); nothing is retried.
+// an unusable answer) or NetworkError (no answer at all). The one request that is made again is one
+// refused because its model is retired: it goes once more to the successor, which the settings keep.
 class OpenAIClient final : public QObject {
     Q_OBJECT
 public:
-    OpenAIClient(OpenAIConnection &connection, SpeechSynthesizer &speech, QObject *parent = nullptr);
+    OpenAIClient(OpenAIConnection &connection, SpeechSynthesizer &speech, ModelSettings &models,
+                 QObject *parent = nullptr);
     ~OpenAIClient() override;
 
     [[nodiscard]] OpenAIConnection &connection() const { return m_connection; }
@@ -43,6 +46,8 @@ public:
     QCoro::Task<QString> generateSpeech(QString text, TTSVoice voice, double speed);
     // The same speech delivered into `stream` as it arrives (see SpeechSynthesizer::streamSpeech).
     QCoro::Task<> streamSpeech(QString text, TTSVoice voice, double speed, std::shared_ptr<SpeechStream> stream);
+    // The voice part of the cache key for speech read now in `voice` (the provider's own voice).
+    [[nodiscard]] QString speechCacheVoice(TTSVoice voice) const;
 
     // ---- Chat ----
 
@@ -58,12 +63,17 @@ public:
     QCoro::Task<QString> generateAudioTitle(QString context);
 
 private:
-    // responseFormat: sent as "response_format" unless empty.
+    // responseFormat: sent as "response_format" unless empty. The settings' chat model answers, or its
+    // successor once the service has retired it.
     QCoro::Task<QString> chatCompletion(QJsonArray messages, double temperature, int maxTokens,
                                         QJsonObject responseFormat);
+    // One request to `model`, shaped as that model takes it.
+    QCoro::Task<QString> chatCompletionWith(QString model, QJsonArray messages, double temperature, int maxTokens,
+                                            QJsonObject responseFormat);
 
     OpenAIConnection &m_connection;
     SpeechSynthesizer &m_speech;
+    ModelSettings &m_models;
 };
 
 } // namespace parlino

@@ -3,6 +3,7 @@
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
 #include "ai/OpenAIClient.h"
+#include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
 #include "speech/SpeechSynthesizer.h"
@@ -50,8 +51,9 @@ private:
     OpenAITestServer m_server;
     TTSCacheService m_cache{m_env.dataHome() + QStringLiteral("/TTSCache")};
     OpenAIConnection m_connection{QStringLiteral("chat-key"), m_server.baseUrlString()};
-    SpeechSynthesizer m_speech{m_connection, m_cache};
-    OpenAIClient m_client{m_connection, m_speech};
+    ModelSettings m_models{m_defaults};
+    SpeechSynthesizer m_speech{m_cache, m_models};
+    OpenAIClient m_client{m_connection, m_speech, m_models};
 
     // The one chat request made since init(), after checking what every chat request carries.
     QJsonObject onlyChatRequest(double temperature, int maxTokens)
