@@ -140,7 +140,6 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
     m_state.setCurrentPlayingTitle(texts.titlePrefix + preview(text));
     const TTSVoice voice = m_state.selectedVoice();
     const double speed = rawValue(m_state.currentSpeed());
-    const QString voiceId = identifier(voice);
     QString file;
     std::shared_ptr<SpeechStream> stream;
     try {
@@ -155,7 +154,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             m_state.setProcessingMessage(QStringLiteral("Generating podcast audio..."));
         } else {
             PLOG(lcApp) << "🎤 Calling OpenAIClient.generateSpeech with text length: " << text.size()
-                        << ", voice: " << voiceId;
+                        << ", voice: " << identifier(voice);
         }
 
         if (m_playStream && m_streamingEnabled && m_streamingEnabled()) {
@@ -174,7 +173,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
                         << (texts.noun.isEmpty() ? QStringLiteral("audio") : texts.noun + QStringLiteral(" audio"));
             if (!fitsInOneChunk(spoken)) {
                 // The chunks are cached; the whole text is too, so the same request replays at once.
-                QCoro::Task<> caching = cacheWhole(stream->bytes(), spoken, voiceId, speed);
+                QCoro::Task<> caching = cacheWhole(stream->bytes(), spoken, m_client.speechCacheVoice(voice), speed);
                 co_await caching;
             }
             m_state.setIsProcessing(false);
@@ -202,6 +201,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         // synthesis. A text that fits one request was already stored under that very key.
         PLOG(lcApp) << "💾 Caching " << texts.cacheNoun << " for replay...";
         if (!fitsInOneChunk(spoken)) {
+            const QString voiceId = m_client.speechCacheVoice(voice);
             QCoro::Task<> caching = m_cache.cacheAudio(file, spoken, voiceId, speed);
             co_await caching;
         }

@@ -6,6 +6,8 @@
 #include "app/PermissionManager.h"
 #include "app/ServicesProvider.h"
 #include "backend/KeychainService.h"
+#include "backend/ModelAvailability.h"
+#include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
@@ -19,6 +21,8 @@
 #include "platform/linux/X11WindowHints.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
+#include "speech/RealtimeSpeechProvider.h"
+#include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechStream.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
@@ -55,6 +59,38 @@ OpenAIConnection &AppServices::openAIConnection()
     return *m_openAIConnection;
 }
 
+ModelSettings &AppServices::modelSettings()
+{
+    if (!m_modelSettings) {
+        m_modelSettings = std::make_unique<ModelSettings>(defaults());
+        if (m_notifier)
+            connectModelSwitches();
+    }
+    return *m_modelSettings;
+}
+
+ModelAvailability &AppServices::modelAvailability()
+{
+    if (!m_modelAvailability)
+        m_modelAvailability = std::make_unique<ModelAvailability>(openAIConnection(), Clock::system(),
+                                                                  ModelAvailability::defaultFilePath());
+    return *m_modelAvailability;
+}
+
+void AppServices::connectModelSwitches()
+{
+    QObject::connect(m_modelSettings.get(), &ModelSettings::switchedToSuccessor, m_modelSettings.get(),
+                     [notifier = m_notifier.get()](ModelRole role, const QString &oldModel, const QString &newModel) {
+                         const QString how = role == ModelRole::speech
+                                                 ? QStringLiteral(" Reading now goes through OpenAI's Realtime API.")
+                                                 : QString();
+                         notifier->notify(QStringLiteral("Parlino switched to ") + newModel,
+                                          QStringLiteral("OpenAI no longer serves ") + oldModel
+                                              + QStringLiteral(", so Parlino uses ") + newModel
+                                              + QStringLiteral(" from now on.") + how);
+                     });
+}
+
 TTSCacheService &AppServices::speechCache()
 {
     if (!m_speechCache)
@@ -65,7 +101,10 @@ TTSCacheService &AppServices::speechCache()
 SpeechSynthesizer &AppServices::speechSynthesizer()
 {
     if (!m_speechSynthesizer) {
-        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(openAIConnection(), speechCache());
+        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(speechCache(), modelSettings());
+        // The first is the default when the settings name none.
+        m_speechSynthesizer->addProvider(std::make_unique<SpeechEndpointProvider>(openAIConnection(), modelSettings()));
+        m_speechSynthesizer->addProvider(std::make_unique<RealtimeSpeechProvider>(openAIConnection(), modelSettings()));
         // The desktop shows a long text's progress; the command line has no state to show it in.
         if (m_appState)
             connectSpeechProgress();
@@ -76,7 +115,7 @@ SpeechSynthesizer &AppServices::speechSynthesizer()
 OpenAIClient &AppServices::openAIClient()
 {
     if (!m_openAIClient)
-        m_openAIClient = std::make_unique<OpenAIClient>(openAIConnection(), speechSynthesizer());
+        m_openAIClient = std::make_unique<OpenAIClient>(openAIConnection(), speechSynthesizer(), modelSettings());
     return *m_openAIClient;
 }
 
@@ -101,8 +140,11 @@ void AppServices::connectSpeechProgress()
 
 DesktopNotifier &AppServices::notifier()
 {
-    if (!m_notifier)
+    if (!m_notifier) {
         m_notifier = std::make_unique<DesktopNotifier>();
+        if (m_modelSettings)
+            connectModelSwitches();
+    }
     return *m_notifier;
 }
 

@@ -16,6 +16,8 @@ class KeychainService;
 class LinuxInputPlatform;
 class LinuxPermissionProbe;
 class MessageBoxPermissionDialogs;
+class ModelAvailability;
+class ModelSettings;
 class MpvAudioEngine;
 class OpenAIClient;
 class OpenAIConnection;
@@ -40,6 +42,10 @@ public:
     KeychainService &keychain();
 
     OpenAIConnection &openAIConnection();
+    // The speech provider and the models, as the settings choose them.
+    ModelSettings &modelSettings();
+    // The shutdown dates the service announces, refreshed at most once a day once started.
+    ModelAvailability &modelAvailability();
     TTSCacheService &speechCache();
     SpeechSynthesizer &speechSynthesizer();
     OpenAIClient &openAIClient();
@@ -58,9 +64,13 @@ public:
 private:
     // Long texts report their progress into the application state, once both exist.
     void connectSpeechProgress();
+    // A model the service retired was replaced: the desktop tells the user once.
+    void connectModelSwitches();
 
     // Declared in the order of building, so each object goes before the objects it uses.
     std::unique_ptr<OpenAIConnection> m_openAIConnection;
+    std::unique_ptr<ModelSettings> m_modelSettings;
+    std::unique_ptr<ModelAvailability> m_modelAvailability;
     std::unique_ptr<TTSCacheService> m_speechCache;
     std::unique_ptr<SpeechSynthesizer> m_speechSynthesizer;
     std::unique_ptr<OpenAIClient> m_openAIClient;

@@ -4,6 +4,8 @@
 #include "app/AppState.h"
 #include "app/PermissionManager.h"
 #include "app/ServicesProvider.h"
+#include "backend/ModelAvailability.h"
+#include "backend/OpenAIConnection.h"
 #include "cli/OpenAICommands.h"
 #include "cli/ServiceClient.h"
 #include "core/Logging.h"
@@ -145,6 +147,9 @@ int ParlinoApp::run(const LaunchRequest &request)
             });
 
     m_delegate->applicationDidFinishLaunching();
+    // Announced shutdown dates for the settings window; asked after start-up, at most once a day.
+    if (services.openAIConnection().apiKey())
+        services.modelAvailability().start();
     handleRequest(request);
     return QApplication::exec();
 }
@@ -173,7 +178,8 @@ void ParlinoApp::playFile(const QString &path)
 void ParlinoApp::showSettings()
 {
     if (!m_settings)
-        m_settings = new SettingsWindow(m_services->appState());
+        m_settings = new SettingsWindow(m_services->appState(), m_services->defaults(), m_services->modelSettings(),
+                                        m_services->modelAvailability());
     m_settings->show();
     m_settings->raise();
     m_settings->activateWindow();

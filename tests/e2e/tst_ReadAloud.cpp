@@ -1,5 +1,6 @@
 #include "AppProcess.h"
 #include "OpenAITestServer.h"
+#include "RealtimeTestServer.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
@@ -24,6 +25,15 @@ QStringList spokenInputs(const OpenAITestServer &server)
     for (const auto &request : server.requests(QStringLiteral("/audio/speech")))
         inputs << request.json.value(u"input").toString();
     return inputs;
+}
+
+// Notifications the desktop's notification daemon has seen: on screen, waiting and in its history.
+int notificationCount()
+{
+    int count = 0;
+    for (const QString &kind : {QStringLiteral("displayed"), QStringLiteral("waiting"), QStringLiteral("history")})
+        count += runTool(QStringLiteral("dunstctl"), {QStringLiteral("count"), kind}).trimmed().toInt();
+    return count;
 }
 
 bool floatingPlayerVisible()
@@ -79,6 +89,7 @@ private Q_SLOTS:
         defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\nstreamSpeech=false\n");
         defaults.close();
         qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
+        qputenv("OPENAI_WEBSOCKET_BASE_URL", m_realtime.baseUrlString().toUtf8());
         qputenv("OPENAI_API_KEY", "sk-test");
 
         m_app = std::make_unique<AppProcess>();
@@ -217,11 +228,49 @@ private Q_SLOTS:
         m_server.setSpeechPace(0);
     }
 
+    void retiredSpeechModelKeepsReadingThroughTheRealtimeApi()
+    {
+        // OpenAI has shut tts-1 down: the first read is refused, the app switches, tells the user once,
+        // and the reading is heard all the same.
+        m_server.setRetiredModels({QStringLiteral("tts-1")});
+        const int notificationsBefore = notificationCount();
+        const QString first = QStringLiteral("The speech model behind this sentence was retired yesterday.");
+        {
+            SelectionApp selection(QStringLiteral("primary"), first);
+            QVERIFY(selection.waitUntilReady());
+            pressKeys(QStringLiteral("super+shift+r"));
+            QVERIFY(m_app->waitForLine(QStringLiteral("✅ Successfully streamed audio")));
+        }
+        QCOMPARE(spokenInputs(m_server), QStringList{first});
+        QCOMPARE(m_realtime.receivedEvents(QStringLiteral("response.create")).size(), 1);
+        QVERIFY(m_app->waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
+        QTRY_COMPARE_WITH_TIMEOUT(notificationCount(), notificationsBefore + 1, 5000);
+
+        // The switch is kept: after a restart the next reading goes to the Realtime API directly.
+        m_app.reset();
+        m_server.clearRequests();
+        m_app = std::make_unique<AppProcess>();
+        QVERIFY(m_app->start());
+        QVERIFY(m_app->waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+        {
+            SelectionApp selection(QStringLiteral("primary"), QStringLiteral("And this one goes straight there."));
+            QVERIFY(selection.waitUntilReady());
+            pressKeys(QStringLiteral("super+shift+r"));
+            QVERIFY(m_app->waitForLine(QStringLiteral("✅ Successfully streamed audio")));
+        }
+        QVERIFY(spokenInputs(m_server).isEmpty());
+        QCOMPARE(m_realtime.receivedEvents(QStringLiteral("response.create")).size(), 2);
+        QTest::qWait(300);
+        QCOMPARE(notificationCount(), notificationsBefore + 1);
+        m_server.setRetiredModels({});
+    }
+
 private:
     int plays() { return static_cast<int>(m_app->lines().count(QStringLiteral("🎵 AudioPlayerManager.play() called"))); }
 
     TestEnvironment m_env;
     OpenAITestServer m_server;
+    RealtimeTestServer m_realtime;
     std::unique_ptr<AppProcess> m_app;
 };
 
