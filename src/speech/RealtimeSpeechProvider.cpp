@@ -1,5 +1,6 @@
 #include "speech/RealtimeSpeechProvider.h"
 
+#include "backend/ModelCatalogue.h"
 #include "backend/ModelSettings.h"
 #include "backend/NetworkError.h"
 #include "backend/OpenAIConnection.h"
@@ -41,10 +42,10 @@ QString eventType(const QJsonObject &event)
 OpenAIError refusal(const QJsonObject &error)
 {
     const QString code = error.value(u"code").toString();
-    const int status = code == u"model_not_found"     ? 404
-                       : code == u"invalid_api_key"   ? 401
-                       : code.contains(u"rate_limit") ? 429
-                                                      : 400;
+    const int status = ModelCatalogue::isRealtimeRetirementError(error) ? 404
+                       : code == u"invalid_api_key"                     ? 401
+                       : code.contains(u"rate_limit")                   ? 429
+                                                                        : 400;
     const QByteArray body = QJsonDocument(QJsonObject{{QStringLiteral("error"), error}}).toJson(QJsonDocument::Compact);
     return OpenAIError::apiError(status, QString::fromUtf8(body));
 }

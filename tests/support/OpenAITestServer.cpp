@@ -284,8 +284,17 @@ OpenAITestServer::Answer OpenAITestServer::answerSpeech(const Request &request)
         return {
             500, "application/json",
             openAIErrorBody(QStringLiteral("The test server could not make speech."), QStringLiteral("server_error"))};
-    const double spread = pace > 0 ? static_cast<double>(input.size()) / pace : 0.0;
-    return {200, "audio/mpeg", mp3, false, cutShort, spread};
+    if (pace <= 0)
+        return {200, "audio/mpeg", mp3, false, cutShort};
+    static const QRegularExpression whitespace(QStringLiteral("\\s+"));
+    const qsizetype spoken = input.split(whitespace, Qt::SkipEmptyParts).mid(0, spokenWordsPerAnswer).join(u' ').size();
+    return {200,
+            "audio/mpeg",
+            mp3,
+            false,
+            cutShort,
+            static_cast<double>(spoken) / pace,
+            static_cast<double>(input.size()) / pace};
 }
 
 OpenAITestServer::Answer OpenAITestServer::answerChat(const Request &request)
@@ -442,24 +451,38 @@ void OpenAITestServer::send(QTcpSocket *socket, const Answer &answer)
         }
         return;
     }
-    // Paced: the headers and a first piece now, then equal pieces every 50 ms.
+    // Paced: the headers and a first piece now, then equal pieces every 50 ms; the last byte waits until
+    // the whole input would have been made.
     constexpr int kIntervalMs = 50;
-    const int pieces = std::max(1, static_cast<int>(answer.spreadSeconds * 1000 / kIntervalMs));
-    const qsizetype pieceSize = std::max<qsizetype>(1, (sent + pieces - 1) / pieces);
-    socket->write(out + answer.body.left(pieceSize));
+    const qsizetype paced = std::max<qsizetype>(0, sent - 1);
+    const int pieces = std::max(1, static_cast<int>(answer.audioSeconds * 1000 / kIntervalMs));
+    const qsizetype pieceSize = std::max<qsizetype>(1, (paced + pieces - 1) / pieces);
+    socket->write(out + answer.body.left(std::min(pieceSize, paced)));
     auto *timer = new QTimer(socket);
-    auto position = std::make_shared<qsizetype>(pieceSize);
-    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, position, answer, sent, pieceSize] {
-        if (*position >= sent) {
+    auto position = std::make_shared<qsizetype>(std::min(pieceSize, paced));
+    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, position, answer, paced, pieceSize] {
+        if (*position >= paced) {
             timer->stop();
-            if (answer.cutShort)
-                socket->abort();
             return;
         }
-        socket->write(answer.body.mid(*position, std::min(pieceSize, sent - *position)));
+        socket->write(answer.body.mid(*position, std::min(pieceSize, paced - *position)));
         *position += pieceSize;
     });
     timer->start(kIntervalMs);
+    QTimer::singleShot(static_cast<int>(answer.spreadSeconds * 1000), socket,
+                       [socket, timer, position, answer, paced, sent] {
+                           // Whatever of the paced part is still due goes first, so the bytes stay in order.
+                           timer->stop();
+                           if (*position < paced)
+                               socket->write(answer.body.mid(*position, paced - *position));
+                           *position = paced;
+                           if (sent > paced)
+                               socket->write(answer.body.mid(paced, sent - paced));
+                           if (answer.cutShort) {
+                               socket->flush();
+                               QTimer::singleShot(50, socket, [socket] { socket->abort(); });
+                           }
+                       });
 }
 
 } // namespace parlino::test

@@ -94,8 +94,9 @@ public:
     [[nodiscard]] static QByteArray retiredModelBody(const QString &model);
     // Waits this long before answering each request (the connection stays open meanwhile).
     void setDelay(std::chrono::milliseconds delay);
-    // Shapes speech answers like the real service: after the delay the headers and the first bytes,
-    // then the rest of the body spread over input length / charactersPerSecond. 0 sends it at once.
+    // Shapes speech answers like the real service making charactersPerSecond of input a second: after
+    // the delay the headers and the first bytes, the spoken words' audio at that pace, and the end of
+    // the answer after input length / charactersPerSecond. 0 sends it at once.
     void setSpeechPace(double charactersPerSecond);
 
     // The MP3 the server answers for input (cached per input text).
@@ -112,7 +113,9 @@ private:
         QByteArray body;
         bool drop = false;
         bool cutShort = false;
-        // Seconds over which the body is sent, in small pieces.
+        // Paced: seconds over which the audio of the spoken words is sent, in small pieces, and the
+        // seconds after which the answer ends (its last byte), as for the whole input.
+        double audioSeconds = 0;
         double spreadSeconds = 0;
     };
     struct FailurePlan {

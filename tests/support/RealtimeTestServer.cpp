@@ -432,9 +432,14 @@ void RealtimeTestServer::createResponse(QWebSocket *socket, Connection &connecti
     response.timer->setSingleShot(true);
     response.timer->setInterval(m_firstAudioDelay);
     if (m_pace > 0 && response.deltaCount > 0) {
-        // The deltas are spread over the text's length at the given pace; the first comes at once.
-        const double spreadMs = static_cast<double>(text.size()) / m_pace * 1000;
+        // The spoken words' audio comes at the pace a model makes them; the response stays open for the
+        // words it did not speak, so it ends after the whole text's time.
+        static const QRegularExpression whitespace(QStringLiteral("\\s+"));
+        const qsizetype spoken =
+            text.split(whitespace, Qt::SkipEmptyParts).mid(0, spokenWordsPerAnswer).join(u' ').size();
+        const double spreadMs = static_cast<double>(spoken) / m_pace * 1000;
         response.paceMs = std::max(1, static_cast<int>(spreadMs / response.deltaCount));
+        response.tailMs = static_cast<int>(static_cast<double>(text.size() - spoken) / m_pace * 1000);
     }
     connect(response.timer, &QTimer::timeout, this, [this, socket] { sendNextDelta(socket); });
     response.timer->start();
@@ -467,17 +472,25 @@ void RealtimeTestServer::sendNextDelta(QWebSocket *socket)
             response.timer->start(response.paceMs);
         }
     }
-    // Unpaced, every delta goes now; paced, one per tick.
-    do {
+    // Unpaced, every delta goes now; paced, one per tick (the tail's tick finds none left).
+    while (response.deltasSent < response.deltaCount) {
         if (response.failure && response.failure->kind == Failure::Kind::DropConnection
             && response.deltasSent >= response.failure->afterDeltas) {
             dropConnection(socket);
             return;
         }
         sendDelta(socket, response);
-    } while (response.paceMs == 0 && response.deltasSent < response.deltaCount);
+        if (response.paceMs > 0)
+            break;
+    }
     if (response.deltasSent < response.deltaCount)
         return;
+    if (response.tailMs > 0 && !response.tailWaited) {
+        response.tailWaited = true;
+        response.timer->setSingleShot(true);
+        response.timer->start(response.tailMs);
+        return;
+    }
 
     sendEvent(socket, QStringLiteral("response.output_audio.done"), audioPlace(response));
     QJsonObject transcriptDone = audioPlace(response);

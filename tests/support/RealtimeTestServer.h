@@ -82,7 +82,8 @@ public:
     void setRetiredModels(const QStringList &models);
     // Time from response.created to the first audio delta.
     void setFirstAudioDelay(std::chrono::milliseconds delay);
-    // Spreads a response's audio deltas over text length / charactersPerSecond; 0 sends them at once.
+    // Shapes responses like a model that makes charactersPerSecond of text a second: the spoken words'
+    // audio comes at that rate, and the response ends after the whole text's time. 0 sends at once.
     void setPace(double charactersPerSecond);
     // The transcript the model reports for a text (by default the text itself).
     void setTranscriptRewrite(std::function<QString(QString)> rewrite);
@@ -112,6 +113,9 @@ private:
         int deltasSent = 0;
         int transcriptPiecesSent = 0;
         int paceMs = 0; // between paced deltas; 0 sends them all at once
+        // Paced: how long the response stays open after its last delta, for the words not spoken.
+        int tailMs = 0;
+        bool tailWaited = false;
         std::optional<Failure> failure;
         QTimer *timer = nullptr;
     };
