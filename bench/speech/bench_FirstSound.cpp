@@ -83,11 +83,12 @@ private:
     std::optional<double> m_heardAfter;
 };
 
+// Every sentence carries the run's tag, so no chunk of any run is in the cache already.
 QString textOf(int length, const QString &tag)
 {
-    QString text = tag + QStringLiteral(". ");
+    QString text;
     for (int i = 1; text.size() < length; ++i)
-        text += QStringLiteral("Sentence %1 of this reading is new to the cache. ").arg(i);
+        text += QStringLiteral("%1, sentence %2, is new to the cache. ").arg(tag).arg(i);
     text.truncate(length - 1);
     return text + u'.';
 }

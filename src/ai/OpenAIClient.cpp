@@ -180,8 +180,7 @@ QCoro::Task<QString> OpenAIClient::chatCompletion(QJsonArray messages, double te
         QCoro::Task<QString> asking = chatCompletionWith(model, messages, temperature, maxTokens, responseFormat);
         co_return co_await asking;
     } catch (const OpenAIError &error) {
-        if (error.kind() != OpenAIError::Kind::apiError
-            || !ModelCatalogue::isRetirementError(error.statusCode(), error.message().toUtf8()))
+        if (!ModelCatalogue::isRetirementError(error))
             throw;
         refused = error;
     }

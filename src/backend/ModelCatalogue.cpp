@@ -4,6 +4,7 @@
 #include "backend/ModelCatalogue.h"
 
 #include "backend/OpenAIConnection.h"
+#include "backend/OpenAIError.h"
 
 #include <QJsonDocument>
 #include <QJsonValue>
@@ -136,6 +137,12 @@ bool ModelCatalogue::isRetirementError(int status, const QByteArray &body)
     if (error.isString())
         return saysModelIsRetired(error.toString());
     return saysModelIsRetired(document.object().value(u"message").toString());
+}
+
+bool ModelCatalogue::isRetirementError(const OpenAIError &error)
+{
+    return error.kind() == OpenAIError::Kind::apiError
+           && isRetirementError(error.statusCode(), error.message().toUtf8());
 }
 
 bool ModelCatalogue::isRealtimeRetirementError(const QJsonObject &event)

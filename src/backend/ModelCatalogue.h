@@ -11,6 +11,8 @@
 
 namespace parlino {
 
+class OpenAIError;
+
 // What a model is for. Speech models are served by /audio/speech, realtime speech models only by the
 // Realtime API's WebSocket.
 enum class ModelRole { speech, realtimeSpeech, chat, transcription };
@@ -58,6 +60,8 @@ public:
     // "model_not_found", or any 4xx whose message says the model is deprecated, shut down, no longer
     // available or retired. body is OpenAI's {"error": {...}} object; any other body is read as text.
     [[nodiscard]] static bool isRetirementError(int status, const QByteArray &body);
+    // The same for a refusal already raised as an OpenAIError.
+    [[nodiscard]] static bool isRetirementError(const OpenAIError &error);
     // The same for the Realtime API's "error" server event: the event itself or its "error" member
     // ({"type", "code", "message", "param"}).
     [[nodiscard]] static bool isRealtimeRetirementError(const QJsonObject &event);

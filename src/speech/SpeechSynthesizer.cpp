@@ -70,8 +70,7 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoi
         QCoro::Task<QString> asking = provider->synthesize(text, voice, speed, onAudio, shouldStop);
         co_return co_await asking;
     } catch (const OpenAIError &error) {
-        if (error.kind() != OpenAIError::Kind::apiError
-            || !ModelCatalogue::isRetirementError(error.statusCode(), error.message().toUtf8()))
+        if (!ModelCatalogue::isRetirementError(error))
             throw;
         refused = error;
     }

@@ -66,6 +66,7 @@ SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, ModelSetting
     form->addRow(QStringLiteral("Default voice:"), m_voice);
     m_voiceNote = new QLabel(this);
     m_voiceNote->setWordWrap(true);
+    m_voiceNote->setAccessibleName(QStringLiteral("Voice that reads instead"));
     form->addRow(QString(), m_voiceNote);
 
     m_speed = new QComboBox(this);
