@@ -209,10 +209,10 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
     } catch (const std::exception &error) {
         PLOG(lcApp) << "❌ " << texts.failureLog << " failed: " << describe(error);
         if (stream && stream->arrivedSeconds() > 0) {
-            // What arrived keeps playing; the player stays open for it.
+            // What arrived keeps playing in the open player; the failure is told once it has been heard.
             m_state.setIsProcessing(false);
             m_state.setProcessingProgress(0.0);
-            showError(texts.failurePrefix + describe(error));
+            showErrorAfterPlayback(texts.failurePrefix + describe(error));
             Q_EMIT flowFinished(texts.flowName, texts.failurePrefix + describe(error));
         } else {
             failFlow(texts.flowName, texts.failurePrefix + describe(error));
@@ -258,6 +258,21 @@ QString ServicesProvider::readSummary(const QString &text)
     }
     processReadSummary(text);
     return {};
+}
+
+void ServicesProvider::showErrorAfterPlayback(const QString &message)
+{
+    if (!m_state.isPlaying()) {
+        showError(message);
+        return;
+    }
+    auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection = connect(&m_state, &AppState::isPlayingChanged, this, [this, connection, message] {
+        if (m_state.isPlaying())
+            return;
+        disconnect(*connection);
+        showError(message);
+    });
 }
 
 void ServicesProvider::showError(const QString &message)

@@ -47,6 +47,8 @@ public:
     [[nodiscard]] QString readSummary(const QString &text);
 
     void showError(const QString &message);
+    // The same once the player has stopped playing (at once when it is not playing).
+    void showErrorAfterPlayback(const QString &message);
 
 Q_SIGNALS:
     // A flow ended; `error` is empty on success. For observers such as the tests and the benchmarks.

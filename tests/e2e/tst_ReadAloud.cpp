@@ -265,6 +265,38 @@ private Q_SLOTS:
         m_server.setRetiredModels({});
     }
 
+    void failureMidStreamPlaysWhatArrivedThenTells()
+    {
+        // The answer breaks off halfway, whichever provider reads (the Realtime API after the test
+        // above): the first half is heard, then the user is told.
+        m_server.setSpeechPace(90);
+        m_server.setSpeechFailure(OpenAITestServer::Failure::bodyCutShort());
+        m_realtime.setPace(90);
+        m_realtime.setFailure(RealtimeTestServer::Failure::dropAfterDeltas(8));
+        const int notificationsBefore = notificationCount();
+        SelectionApp selection(QStringLiteral("primary"),
+                               QStringLiteral("Only the first half of this sentence reaches the listener."));
+        QVERIFY(selection.waitUntilReady());
+        const qsizetype linesBefore = m_app->lines().size();
+        pressKeys(QStringLiteral("super+shift+r"));
+        const auto laterLine = [&](const QString &prefix) {
+            const QStringList lines = m_app->lines().mid(linesBefore);
+            return std::find_if(lines.cbegin(), lines.cend(),
+                                [&](const QString &line) { return line.startsWith(prefix); })
+                   != lines.cend();
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(laterLine(QStringLiteral("❌ Read aloud failed: ")), 15000);
+        QVERIFY(laterLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
+        QCOMPARE(notificationCount(), notificationsBefore);
+        QTRY_VERIFY_WITH_TIMEOUT(laterLine(QStringLiteral("🏁 Playback finished")), 15000);
+        QTRY_COMPARE_WITH_TIMEOUT(notificationCount(), notificationsBefore + 1, 5000);
+        QVERIFY(laterLine(QStringLiteral("❌ Failed to generate audio: ")));
+        m_server.clearFailures();
+        m_server.setSpeechPace(0);
+        m_realtime.clearFailure();
+        m_realtime.setPace(0);
+    }
+
 private:
     int plays() { return static_cast<int>(m_app->lines().count(QStringLiteral("🎵 AudioPlayerManager.play() called"))); }
 
