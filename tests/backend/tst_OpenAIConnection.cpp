@@ -80,6 +80,22 @@ private Q_SLOTS:
         qputenv("OPENAI_BASE_URL", "http://127.0.0.1:9/v1/");
         QCOMPARE(OpenAIConnection::defaultBaseURL(), QStringLiteral("http://127.0.0.1:9/v1"));
         qunsetenv("OPENAI_BASE_URL");
+
+        // The Realtime API lives at the same address over WebSockets, unless told otherwise.
+        const OpenAIConnection official(QStringLiteral("k"), QStringLiteral("https://api.openai.com/v1"));
+        QCOMPARE(official.webSocketEndpoint(QStringLiteral("/realtime")),
+                 QUrl(QStringLiteral("wss://api.openai.com/v1/realtime")));
+        const OpenAIConnection local(QStringLiteral("k"), QStringLiteral("http://127.0.0.1:9/v1"));
+        QCOMPARE(local.webSocketEndpoint(QStringLiteral("/realtime")),
+                 QUrl(QStringLiteral("ws://127.0.0.1:9/v1/realtime")));
+        qputenv("OPENAI_WEBSOCKET_BASE_URL", "ws://127.0.0.1:10/v1/");
+        const OpenAIConnection overridden(QStringLiteral("k"), QStringLiteral("http://127.0.0.1:9/v1"));
+        QCOMPARE(overridden.webSocketEndpoint(QStringLiteral("/realtime")),
+                 QUrl(QStringLiteral("ws://127.0.0.1:10/v1/realtime")));
+        qunsetenv("OPENAI_WEBSOCKET_BASE_URL");
+        QCOMPARE(
+            OpenAIConnection(QStringLiteral("k"), QStringLiteral("ftp://x/v1")).webSocketEndpoint(QStringLiteral("/r")),
+            std::nullopt);
     }
 };
 
