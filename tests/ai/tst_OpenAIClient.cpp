@@ -6,10 +6,12 @@
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
+#include "core/SettingsKeys.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 
 #include <QJsonArray>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
@@ -262,6 +264,37 @@ private Q_SLOTS:
         m_server.setChatFailure(OpenAITestServer::Failure::error(status, body));
         QCOMPARE(awaitTask(m_client.summarize(QStringLiteral("x"), SummaryLength::short_)).error, description);
         QCOMPARE(awaitTask(m_client.generateAudioTitle(QStringLiteral("x"))).error, description);
+    }
+
+    void retiredChatModelIsFollowedByItsSuccessorOnce()
+    {
+        // The service refuses gpt-4o-mini: the same request goes once more to gpt-6-luna, shaped as it
+        // takes it (a reasoning model: max_completion_tokens, its own temperature, no reasoning spent).
+        m_server.setRetiredModels({QStringLiteral("gpt-4o-mini")});
+        QSignalSpy switched(&m_models, &ModelSettings::switchedToSuccessor);
+        const auto outcome = awaitTask(m_client.generateAudioTitle(QStringLiteral("Rivers and towns.")));
+        QCOMPARE(outcome.value, QStringLiteral("A fine answer."));
+        const auto requests = m_server.requests(QStringLiteral("/chat/completions"));
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests[0].json.value(u"model").toString(), QStringLiteral("gpt-4o-mini"));
+        const QJsonObject repeated = requests[1].json;
+        QCOMPARE(repeated.value(u"model").toString(), QStringLiteral("gpt-6-luna"));
+        QCOMPARE(repeated.value(u"max_completion_tokens").toInt(), 20);
+        QVERIFY(!repeated.contains(u"max_tokens") && !repeated.contains(u"temperature"));
+        QCOMPARE(repeated.value(u"reasoning_effort").toString(), QStringLiteral("none"));
+        QCOMPARE(repeated.value(u"messages"), requests[0].json.value(u"messages"));
+        QCOMPARE(switched.size(), 1);
+
+        // Kept: the next request asks the successor directly. A refusal of the successor is the user's.
+        m_server.clearRequests();
+        QVERIFY(awaitTask(m_client.summarize(QStringLiteral("Text."), SummaryLength::short_)).value);
+        QCOMPARE(m_server.requests().size(), 1);
+        m_server.setRetiredModels({QStringLiteral("gpt-6-luna")});
+        const auto refused = awaitTask(m_client.summarize(QStringLiteral("Text."), SummaryLength::short_));
+        QVERIFY(refused.error && refused.error->startsWith(QStringLiteral("API Error (404): ")));
+        QCOMPARE(switched.size(), 1);
+        m_server.setRetiredModels({});
+        m_defaults.remove(SettingsKeys::chatModel);
     }
 };
 
