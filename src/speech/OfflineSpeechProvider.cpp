@@ -344,7 +344,7 @@ QString OfflineSpeechProvider::voiceName() const
     const QString wanted =
         m_voiceName.value_or(m_defaults.stringForKey(SettingsKeys::offlineVoice).value_or(QString()));
     if (!wanted.trimmed().isEmpty()) {
-        if (const std::optional<QString> known = canonicalName(wanted))
+        if (const std::optional<QString> known = listedName(wanted))
             return *known;
         const QString fallback = defaultVoiceName();
         QMutexLocker lock(&m_warnedMutex);
@@ -378,10 +378,10 @@ QList<OfflineVoice> OfflineSpeechProvider::variants()
 
 bool OfflineSpeechProvider::hasVoice(const QString &name)
 {
-    return canonicalName(name).has_value();
+    return listedName(name).has_value();
 }
 
-std::optional<QString> OfflineSpeechProvider::canonicalName(const QString &name)
+std::optional<QString> OfflineSpeechProvider::listedName(const QString &name)
 {
     const qsizetype plus = name.indexOf(u'+');
     const QString language = (plus < 0 ? name : name.left(plus)).trimmed().toLower();
@@ -405,13 +405,13 @@ QString OfflineSpeechProvider::defaultVoiceName(const QLocale &locale)
         const QString language = QLocale::languageToCode(locale.language()).toLower();
         const QString territory = QLocale::territoryToCode(locale.territory()).toLower();
         if (!territory.isEmpty()) {
-            if (const std::optional<QString> exact = canonicalName(language + u'-' + territory))
+            if (const std::optional<QString> exact = listedName(language + u'-' + territory))
                 return *exact;
         }
-        if (const std::optional<QString> general = canonicalName(language))
+        if (const std::optional<QString> general = listedName(language))
             return *general;
     }
-    return canonicalName(QStringLiteral("en")).value_or(QStringLiteral("en"));
+    return listedName(QStringLiteral("en")).value_or(QStringLiteral("en"));
 }
 
 int OfflineSpeechProvider::wordsPerMinute(double speed)

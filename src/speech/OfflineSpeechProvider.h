@@ -65,10 +65,11 @@ public:
     // Starts eSpeak NG on its thread now, so the first reading does not wait for it to load.
     static void prepare();
 
-private:
-    // The voice-list name for `name` ("en-gb" → "en", "FR-FR+f3" → "fr+f3"), or nothing.
-    [[nodiscard]] static std::optional<QString> canonicalName(const QString &name);
+    // The voice-list name for `name` ("en-gb" → "en", "FR-FR+f3" → "fr+f3"), or nothing when eSpeak NG
+    // does not have it.
+    [[nodiscard]] static std::optional<QString> listedName(const QString &name);
 
+private:
     Defaults &m_defaults;
     std::optional<QString> m_voiceName;
     mutable QMutex m_warnedMutex;
