@@ -1,0 +1,118 @@
+#include "AppProcess.h"
+#include "OpenAITestServer.h"
+#include "SelectionApp.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTest>
+
+#include <cstdlib>
+
+using namespace parlino::test;
+
+namespace {
+
+// What the sound server plays, recorded from its null sink's monitor.
+class SoundRecorder final {
+public:
+    SoundRecorder()
+    {
+        m_process.start(QStringLiteral("parec"), {QStringLiteral("--device=null.monitor"), QStringLiteral("--raw"),
+                                                  QStringLiteral("--format=s16le"), QStringLiteral("--rate=22050"),
+                                                  QStringLiteral("--channels=1")});
+        m_process.waitForStarted();
+    }
+    ~SoundRecorder()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+    // Seconds of recorded samples above the null sink's silence.
+    [[nodiscard]] double loudSeconds()
+    {
+        m_recorded += m_process.readAllStandardOutput();
+        const auto *samples = reinterpret_cast<const qint16 *>(m_recorded.constData());
+        qsizetype loud = 0;
+        for (qsizetype i = 0; i < m_recorded.size() / 2; ++i)
+            loud += std::abs(samples[i]) > 300 ? 1 : 0;
+        return static_cast<double>(loud) / 22050;
+    }
+
+private:
+    QProcess m_process;
+    QByteArray m_recorded;
+};
+
+} // namespace
+
+// A user who finished onboarding but has no OpenAI key, or whose key cannot reach OpenAI, selects
+// text and presses the shortcut: the offline voice reads it through the usual player.
+class TestOfflineReading final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QDir().mkpath(QFileInfo(m_env.defaultsFile()).absolutePath());
+        QFile defaults(m_env.defaultsFile());
+        QVERIFY(defaults.open(QIODevice::WriteOnly));
+        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\nofflineVoice=en-us\n");
+        defaults.close();
+        qunsetenv("OPENAI_API_KEY");
+        qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
+    }
+
+    void shortcutReadsWithTheOfflineVoice()
+    {
+        AppProcess app;
+        QVERIFY(app.start());
+        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+        SelectionApp selection({QStringLiteral("--mode"), QStringLiteral("primary"), QStringLiteral("--text"),
+                                QStringLiteral("Nobody gave Parlino a key, and it reads this all the same.")});
+        QVERIFY(selection.waitUntilReady());
+        SoundRecorder sound;
+
+        QProcess::execute(QStringLiteral("xdotool"),
+                          {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), QStringLiteral("super+shift+r")});
+        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ No OpenAI key configured - reading with the offline voice")));
+        QVERIFY(app.waitForLine(QStringLiteral("✅ Successfully streamed audio")));
+        QVERIFY(app.waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
+        // About three seconds of speech reach the sound server; OpenAI was never asked.
+        QTRY_VERIFY_WITH_TIMEOUT(sound.loudSeconds() > 1.0, 15000);
+        QVERIFY(m_server.requests().isEmpty());
+    }
+
+    void keyThatReachesNoServerStillReads()
+    {
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        qputenv("OPENAI_BASE_URL", QStringLiteral("http://127.0.0.1:%1/v1").arg(closed.serverPort()).toUtf8());
+        closed.close();
+        qputenv("OPENAI_API_KEY", "sk-offline");
+        AppProcess app;
+        QVERIFY(app.start());
+        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+        SelectionApp selection({QStringLiteral("--mode"), QStringLiteral("primary"), QStringLiteral("--text"),
+                                QStringLiteral("The train has no network, and this is read aloud anyway.")});
+        QVERIFY(selection.waitUntilReady());
+        SoundRecorder sound;
+
+        QProcess::execute(QStringLiteral("xdotool"),
+                          {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), QStringLiteral("super+shift+r")});
+        QVERIFY(app.waitForLine(QStringLiteral("📡 No connection to OpenAI (Connection refused) - reading with the "
+                                               "offline voice")));
+        QVERIFY(app.waitForLine(QStringLiteral("✅ Successfully streamed audio")));
+        QTRY_VERIFY_WITH_TIMEOUT(sound.loudSeconds() > 1.0, 15000);
+    }
+
+private:
+    TestEnvironment m_env;
+    OpenAITestServer m_server;
+};
+
+QTEST_GUILESS_MAIN(TestOfflineReading)
+#include "tst_OfflineReading.moc"
