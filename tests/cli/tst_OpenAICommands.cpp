@@ -209,12 +209,6 @@ private Q_SLOTS:
         QVERIFY(probeDuration(german) > 1.5);
         QCOMPARE(offline.voiceName(), QStringLiteral("de"));
 
-        // Without --provider the missing key chooses the offline voice all the same.
-        const auto plain = runCommand([&] { return runSynthesizeCommand(speech, offline, {QStringLiteral("Hello")}); });
-        QCOMPARE(plain.exitCode, 0);
-        QVERIFY(probeDuration(plain.out.trimmed()) > 0.3);
-        QVERIFY(m_server.requests().isEmpty());
-
         const auto unknown = runCommand([&] {
             return runSynthesizeCommand(
                 speech, offline, {QStringLiteral("--voice"), QStringLiteral("klingon"), QStringLiteral("Hello")});

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
-#include <QTcpServer>
 #include <QTest>
 
 #include <cstdlib>
@@ -49,8 +48,9 @@ private:
 
 } // namespace
 
-// A user who finished onboarding but has no OpenAI key, or whose key cannot reach OpenAI, selects
-// text and presses the shortcut: the offline voice reads it through the usual player.
+// A user who finished onboarding but has no OpenAI key selects text and presses the shortcut: the
+// offline voice reads it through the usual player. (A key whose server cannot be reached is the
+// speech side's test.)
 class TestOfflineReading final : public QObject {
     Q_OBJECT
 
@@ -80,33 +80,9 @@ private Q_SLOTS:
                           {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), QStringLiteral("super+shift+r")});
         QVERIFY(app.waitForLine(QStringLiteral("ℹ️ No OpenAI key configured - reading with the offline voice")));
         QVERIFY(app.waitForLine(QStringLiteral("✅ Successfully streamed audio")));
-        QVERIFY(app.waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
         // About three seconds of speech reach the sound server; OpenAI was never asked.
         QTRY_VERIFY_WITH_TIMEOUT(sound.loudSeconds() > 1.0, 15000);
         QVERIFY(m_server.requests().isEmpty());
-    }
-
-    void keyThatReachesNoServerStillReads()
-    {
-        QTcpServer closed;
-        QVERIFY(closed.listen(QHostAddress::LocalHost));
-        qputenv("OPENAI_BASE_URL", QStringLiteral("http://127.0.0.1:%1/v1").arg(closed.serverPort()).toUtf8());
-        closed.close();
-        qputenv("OPENAI_API_KEY", "sk-offline");
-        AppProcess app;
-        QVERIFY(app.start());
-        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
-        SelectionApp selection({QStringLiteral("--mode"), QStringLiteral("primary"), QStringLiteral("--text"),
-                                QStringLiteral("The train has no network, and this is read aloud anyway.")});
-        QVERIFY(selection.waitUntilReady());
-        SoundRecorder sound;
-
-        QProcess::execute(QStringLiteral("xdotool"),
-                          {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), QStringLiteral("super+shift+r")});
-        QVERIFY(app.waitForLine(QStringLiteral("📡 No connection to OpenAI (Connection refused) - reading with the "
-                                               "offline voice")));
-        QVERIFY(app.waitForLine(QStringLiteral("✅ Successfully streamed audio")));
-        QTRY_VERIFY_WITH_TIMEOUT(sound.loudSeconds() > 1.0, 15000);
     }
 
 private:
