@@ -37,6 +37,8 @@ public:
     ~OpenAIClient() override;
 
     [[nodiscard]] OpenAIConnection &connection() const { return m_connection; }
+    // The speech machinery behind generateSpeech() and streamSpeech(), for what it tells about a reading.
+    [[nodiscard]] SpeechSynthesizer &speech() const { return m_speech; }
 
     // ---- Speech ----
 

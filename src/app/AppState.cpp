@@ -267,6 +267,14 @@ void AppState::setProcessingMessage(const QString &value)
     Q_EMIT processingMessageChanged();
 }
 
+void AppState::setSpeechNotice(const QString &value)
+{
+    if (m_speechNotice == value)
+        return;
+    m_speechNotice = value;
+    Q_EMIT speechNoticeChanged();
+}
+
 void AppState::setProcessingProgress(double value)
 {
     if (m_processingProgress == value)

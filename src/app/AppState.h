@@ -37,6 +37,7 @@ class AppState final : public QObject, public ShortcutContext {
     Q_PROPERTY(bool isProcessing READ isProcessing WRITE setIsProcessing NOTIFY isProcessingChanged)
     Q_PROPERTY(QString processingMessage READ processingMessage WRITE setProcessingMessage NOTIFY processingMessageChanged)
     Q_PROPERTY(double processingProgress READ processingProgress WRITE setProcessingProgress NOTIFY processingProgressChanged)
+    Q_PROPERTY(QString speechNotice READ speechNotice WRITE setSpeechNotice NOTIFY speechNoticeChanged)
     Q_PROPERTY(bool showFloatingPlayer READ showFloatingPlayer WRITE setShowFloatingPlayer NOTIFY showFloatingPlayerChanged)
     Q_PROPERTY(QString currentPlayingContext READ currentPlayingContext WRITE setCurrentPlayingContext NOTIFY currentPlayingContextChanged)
     Q_PROPERTY(QString currentPlayingTitle READ currentPlayingTitle WRITE setCurrentPlayingTitle NOTIFY currentPlayingTitleChanged)
@@ -92,6 +93,9 @@ public:
     [[nodiscard]] bool isProcessing() const override { return m_isProcessing; }
     [[nodiscard]] const QString &processingMessage() const { return m_processingMessage; }
     [[nodiscard]] double processingProgress() const { return m_processingProgress; }
+    // Which voice reads the current text when it is not the one the user chose (the offline voice for
+    // want of a key or a connection), in one line for the floating player; empty otherwise.
+    [[nodiscard]] const QString &speechNotice() const { return m_speechNotice; }
     [[nodiscard]] bool showFloatingPlayer() const override { return m_showFloatingPlayer; }
     [[nodiscard]] const QString &currentPlayingContext() const { return m_currentPlayingContext; }
     [[nodiscard]] const QString &currentPlayingTitle() const { return m_currentPlayingTitle; }
@@ -133,6 +137,7 @@ public:
     void setIsProcessing(bool value);
     void setProcessingMessage(const QString &value);
     void setProcessingProgress(double value);
+    void setSpeechNotice(const QString &value);
     void setShowFloatingPlayer(bool value);
     void setCurrentPlayingContext(const QString &value);
     void setCurrentPlayingTitle(const QString &value);
@@ -187,6 +192,7 @@ Q_SIGNALS:
     void isProcessingChanged();
     void processingMessageChanged();
     void processingProgressChanged();
+    void speechNoticeChanged();
     void showFloatingPlayerChanged();
     void currentPlayingContextChanged();
     void currentPlayingTitleChanged();
@@ -230,6 +236,7 @@ private:
     bool m_isProcessing{false};
     QString m_processingMessage;
     double m_processingProgress{0};
+    QString m_speechNotice;
     bool m_showFloatingPlayer{false};
     QString m_currentPlayingContext;
     QString m_currentPlayingTitle;

@@ -87,6 +87,30 @@ ServicesProvider::ServicesProvider(AppState &state, OpenAIClient &client, TTSCac
     , m_play(std::move(play))
     , m_notifier(notifier)
 {
+    connect(&m_client.speech(), &SpeechSynthesizer::readingOffline, this,
+            [this](SpeechSynthesizer::OfflineReason reason) {
+                if (reason == SpeechSynthesizer::OfflineReason::noConnection)
+                    ++m_connectionFallbacks;
+                m_state.setSpeechNotice(offlineNotice(reason));
+            });
+}
+
+QString ServicesProvider::offlineNotice(SpeechSynthesizer::OfflineReason reason)
+{
+    switch (reason) {
+    case SpeechSynthesizer::OfflineReason::noConnection:
+        return QStringLiteral("No connection to OpenAI — reading with the offline voice");
+    case SpeechSynthesizer::OfflineReason::noAPIKey: break;
+    }
+    return QStringLiteral("Offline voice — add an OpenAI key in Settings for natural voices");
+}
+
+bool ServicesProvider::readByCurrentVoice(int fallbacksAtStart) const
+{
+    if (m_connectionFallbacks == fallbacksAtStart)
+        return true;
+    PLOG(lcApp) << "💾 The offline voice stood in - keeping only the chunks for replay";
+    return false;
 }
 
 ServicesProvider::~ServicesProvider() = default;
@@ -94,6 +118,7 @@ ServicesProvider::~ServicesProvider() = default;
 void ServicesProvider::beginFlow(const QString &text, const QString &message)
 {
     m_state.setIsProcessing(true);
+    m_state.setSpeechNotice(QString());
     m_state.setProcessingMessage(message);
     m_state.setProcessingProgress(0.0);
     m_state.setShowFloatingPlayer(true);
@@ -140,6 +165,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
     m_state.setCurrentPlayingTitle(texts.titlePrefix + preview(text));
     const TTSVoice voice = m_state.selectedVoice();
     const double speed = rawValue(m_state.currentSpeed());
+    const int fallbacksAtStart = m_connectionFallbacks;
     QString file;
     std::shared_ptr<SpeechStream> stream;
     try {
@@ -171,7 +197,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             }
             PLOG(lcApp) << "✅ Successfully streamed "
                         << (texts.noun.isEmpty() ? QStringLiteral("audio") : texts.noun + QStringLiteral(" audio"));
-            if (!fitsInOneChunk(spoken)) {
+            if (!fitsInOneChunk(spoken) && readByCurrentVoice(fallbacksAtStart)) {
                 // The chunks are cached; the whole text is too, so the same request replays at once.
                 QCoro::Task<> caching = cacheWhole(stream->bytes(), spoken, m_client.speechCacheVoice(voice), speed);
                 co_await caching;
@@ -200,7 +226,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         // The whole result is kept under the spoken text so the same request replays without
         // synthesis. A text that fits one request was already stored under that very key.
         PLOG(lcApp) << "💾 Caching " << texts.cacheNoun << " for replay...";
-        if (!fitsInOneChunk(spoken)) {
+        if (!fitsInOneChunk(spoken) && readByCurrentVoice(fallbacksAtStart)) {
             const QString voiceId = m_client.speechCacheVoice(voice);
             QCoro::Task<> caching = m_cache.cacheAudio(file, spoken, voiceId, speed);
             co_await caching;

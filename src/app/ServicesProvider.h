@@ -1,5 +1,7 @@
 #pragma once
 
+#include "speech/SpeechSynthesizer.h"
+
 #include <QObject>
 #include <QString>
 #include <qcoro/qcorotask.h>
@@ -50,6 +52,9 @@ public:
     // The same once the player has stopped playing (at once when it is not playing).
     void showErrorAfterPlayback(const QString &message);
 
+    // The floating player's line for a reading that the offline voice reads instead of the chosen one.
+    [[nodiscard]] static QString offlineNotice(SpeechSynthesizer::OfflineReason reason);
+
 Q_SIGNALS:
     // A flow ended; `error` is empty on success. For observers such as the tests and the benchmarks.
     void flowFinished(const QString &flow, const QString &error);
@@ -60,6 +65,9 @@ private:
     QCoro::Task<> runFlow(Flow flow, QString text);
     // Keeps a streamed reading's whole audio in the cache under its text.
     QCoro::Task<> cacheWhole(QByteArray mp3, QString text, QString voice, double speed);
+    // Whether a reading's whole audio may be kept under the voice that reads now: not when the offline
+    // voice stood in since `fallbacksAtStart`, as the audio is then (partly) another voice's.
+    [[nodiscard]] bool readByCurrentVoice(int fallbacksAtStart) const;
     void beginFlow(const QString &text, const QString &message);
     void failFlow(const QString &flow, const QString &message);
     void finishAndPlay(const QString &flow, const QString &file);
@@ -71,6 +79,8 @@ private:
     PlayStreamFunction m_playStream;
     std::function<bool()> m_streamingEnabled;
     UserNotifier &m_notifier;
+    // Readings that went on offline because OpenAI could not be reached, so far.
+    int m_connectionFallbacks = 0;
 };
 
 } // namespace parlino

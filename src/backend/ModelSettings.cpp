@@ -10,7 +10,8 @@ namespace parlino {
 
 namespace {
 
-const QStringList providers{ModelSettings::openAISpeechProvider, ModelSettings::openAIRealtimeProvider};
+const QStringList providers{ModelSettings::openAISpeechProvider, ModelSettings::openAIRealtimeProvider,
+                            ModelSettings::offlineProvider};
 
 bool isOwnKey(const QString &key)
 {

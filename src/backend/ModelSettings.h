@@ -13,7 +13,7 @@ namespace parlino {
 class Defaults;
 
 // The speech provider and the model of each use, as the settings file holds them. A value the app
-// does not know (a provider other than the two, a model the catalogue does not list for that use)
+// does not know (a provider other than the three, a model the catalogue does not list for that use)
 // reads as the default, with one warning per key for this object's life (the app makes one). A known
 // but retired model reads as it is: it is replaced when the service refuses it (switchToSuccessor).
 //
@@ -23,11 +23,13 @@ class ModelSettings final : public QObject {
 public:
     static inline const QString openAISpeechProvider = QStringLiteral("openai-speech");
     static inline const QString openAIRealtimeProvider = QStringLiteral("openai-realtime");
+    // eSpeak NG on this machine: no key, no network, no model.
+    static inline const QString offlineProvider = QStringLiteral("offline");
 
     explicit ModelSettings(Defaults &defaults, QObject *parent = nullptr);
     ~ModelSettings() override;
 
-    // "openai-speech" (POST /audio/speech) or "openai-realtime" (the Realtime API).
+    // "openai-speech" (POST /audio/speech), "openai-realtime" (the Realtime API) or "offline".
     [[nodiscard]] QString speechProvider() const;
     [[nodiscard]] QString speechModel() const;
     [[nodiscard]] QString realtimeSpeechModel() const;

@@ -3,6 +3,8 @@
 #include "ai/OpenAIClient.h"
 #include "cli/CommandText.h"
 #include "core/Error.h"
+#include "speech/OfflineSpeechProvider.h"
+#include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
 
 #include <QCommandLineParser>
@@ -88,25 +90,41 @@ void deliver(const TTSCacheService &cache, const QString &generated, const QStri
 
 } // namespace
 
-int runSynthesizeCommand(OpenAIClient &client, const TTSCacheService &cache, const QStringList &arguments)
+int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offline, const QStringList &arguments)
 {
     const QString command = QStringLiteral("synthesize");
-    const QString usage = QStringLiteral("[--voice alloy|echo|fable|onyx|nova|shimmer] [--speed RATE] [--output FILE] "
-                                         "[TEXT | -]");
+    const QString usage = QStringLiteral("[--provider openai-speech|openai-realtime|offline] "
+                                         "[--voice alloy|echo|fable|onyx|nova|shimmer|OFFLINE-VOICE] [--speed RATE] "
+                                         "[--output FILE] [TEXT | -]");
     QCommandLineParser parser;
+    const QCommandLineOption providerOption(QStringLiteral("provider"), QStringLiteral("Speech provider"),
+                                            QStringLiteral("NAME"));
     const QCommandLineOption voiceOption(QStringLiteral("voice"), QStringLiteral("Voice"), QStringLiteral("NAME"),
                                          QStringLiteral("alloy"));
     const QCommandLineOption speedOption(QStringLiteral("speed"), QStringLiteral("Speed"), QStringLiteral("RATE"),
                                          QStringLiteral("1.0"));
     const QCommandLineOption outputOption(QStringLiteral("output"), QStringLiteral("Output file"),
                                           QStringLiteral("FILE"));
-    parser.addOptions({voiceOption, speedOption, outputOption});
+    parser.addOptions({providerOption, voiceOption, speedOption, outputOption});
     if (!parser.parse(QStringList{QStringLiteral("parlino")} + arguments))
         return usageError(command, parser.errorText(), usage);
 
-    const auto voice = ttsVoiceFromIdentifier(parser.value(voiceOption));
-    if (!voice)
-        return usageError(command, QStringLiteral("unknown voice \"") + parser.value(voiceOption) + u'"', usage);
+    if (parser.isSet(providerOption) && !speech.useProvider(parser.value(providerOption)))
+        return usageError(command, QStringLiteral("unknown provider \"") + parser.value(providerOption) + u'"', usage);
+    // An OpenAI voice for any provider (the offline voice reads its own); an eSpeak NG voice name only
+    // when the offline voice is the one that reads.
+    const QString voiceName = parser.value(voiceOption);
+    std::optional<TTSVoice> voice = ttsVoiceFromIdentifier(voiceName);
+    if (!voice) {
+        if (&speech.currentProvider() != &offline)
+            return usageError(command, QStringLiteral("unknown voice \"") + voiceName + u'"', usage);
+        if (!offline.setVoiceName(voiceName))
+            return usageError(command,
+                              QStringLiteral("the offline voice has no voice \"") + voiceName
+                                  + QStringLiteral("\" (languages such as en-us, de or fr, optionally with +VARIANT)"),
+                              usage);
+        voice = TTSVoice::alloy;
+    }
     bool isNumber = false;
     const double speed = parser.value(speedOption).toDouble(&isNumber);
     // The range the speech endpoint accepts.
@@ -120,9 +138,9 @@ int runSynthesizeCommand(OpenAIClient &client, const TTSCacheService &cache, con
         parser.isSet(outputOption) ? QFileInfo(parser.value(outputOption)).absoluteFilePath() : newOutputPath();
 
     return runToCompletion([&]() -> QCoro::Task<> {
-        QCoro::Task<QString> speech = client.generateSpeech(text, *voice, speed);
-        const QString generated = co_await speech;
-        deliver(cache, generated, destination);
+        QCoro::Task<QString> speaking = speech.generateSpeech(text, *voice, speed);
+        const QString generated = co_await speaking;
+        deliver(speech.cacheService(), generated, destination);
         printTo(stdout, destination);
     });
 }

@@ -21,13 +21,15 @@ inline const QString customKeyboardShortcuts = QStringLiteral("customKeyboardSho
 // Where a shortcuts value that could not be read is kept, so a bad edit loses nothing.
 inline const QString customKeyboardShortcutsUnreadable = QStringLiteral("customKeyboardShortcutsUnreadable");
 
-// Which service speaks ("openai-speech" | "openai-realtime") and the model of each use; read through
-// backend/ModelSettings, which falls back to the defaults for values it does not know.
+// Which service speaks ("openai-speech" | "openai-realtime" | "offline") and the model of each use; read
+// through backend/ModelSettings, which falls back to the defaults for values it does not know.
 inline const QString speechProvider = QStringLiteral("speechProvider");
 inline const QString speechModel = QStringLiteral("speechModel");
 inline const QString realtimeSpeechModel = QStringLiteral("realtimeSpeechModel");
 inline const QString chatModel = QStringLiteral("chatModel");
 inline const QString transcriptionModel = QStringLiteral("transcriptionModel");
+// The eSpeak NG voice of the offline voice: a language ("en-us", "de"), optionally with a variant ("de+f3").
+inline const QString offlineVoice = QStringLiteral("offlineVoice");
 
 // The OpenAI key, as the last place the key lookup tries (also the keyring item's account name).
 inline const QString openAIAPIKey = QStringLiteral("openai_api_key");

@@ -21,6 +21,7 @@
 #include "platform/linux/X11WindowHints.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
+#include "speech/OfflineSpeechProvider.h"
 #include "speech/RealtimeSpeechProvider.h"
 #include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechStream.h"
@@ -101,15 +102,29 @@ TTSCacheService &AppServices::speechCache()
 SpeechSynthesizer &AppServices::speechSynthesizer()
 {
     if (!m_speechSynthesizer) {
-        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(speechCache(), modelSettings());
+        // Without a key the offline voice reads, so Parlino speaks from the first start.
+        const OpenAIConnection *connection = &openAIConnection();
+        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(speechCache(), modelSettings(), [connection] {
+            return !connection->apiKey().value_or(QString()).trimmed().isEmpty();
+        });
         // The first is the default when the settings name none.
         m_speechSynthesizer->addProvider(std::make_unique<SpeechEndpointProvider>(openAIConnection(), modelSettings()));
         m_speechSynthesizer->addProvider(std::make_unique<RealtimeSpeechProvider>(openAIConnection(), modelSettings()));
+        auto offline = std::make_unique<OfflineSpeechProvider>(defaults());
+        m_offlineSpeech = offline.get();
+        m_speechSynthesizer->addProvider(std::move(offline));
+        OfflineSpeechProvider::prepare();
         // The desktop shows a long text's progress; the command line has no state to show it in.
         if (m_appState)
             connectSpeechProgress();
     }
     return *m_speechSynthesizer;
+}
+
+OfflineSpeechProvider &AppServices::offlineSpeech()
+{
+    speechSynthesizer();
+    return *m_offlineSpeech;
 }
 
 OpenAIClient &AppServices::openAIClient()

@@ -21,6 +21,7 @@ class ModelSettings;
 class MpvAudioEngine;
 class OpenAIClient;
 class OpenAIConnection;
+class OfflineSpeechProvider;
 class PermissionManager;
 class ServicesProvider;
 class SpeechSynthesizer;
@@ -48,6 +49,8 @@ public:
     ModelAvailability &modelAvailability();
     TTSCacheService &speechCache();
     SpeechSynthesizer &speechSynthesizer();
+    // The offline voice among the synthesizer's providers.
+    OfflineSpeechProvider &offlineSpeech();
     OpenAIClient &openAIClient();
 
     // Everything below needs the application object of a desktop session.
@@ -73,6 +76,7 @@ private:
     std::unique_ptr<ModelAvailability> m_modelAvailability;
     std::unique_ptr<TTSCacheService> m_speechCache;
     std::unique_ptr<SpeechSynthesizer> m_speechSynthesizer;
+    OfflineSpeechProvider *m_offlineSpeech = nullptr; // owned by m_speechSynthesizer
     std::unique_ptr<OpenAIClient> m_openAIClient;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<DesktopNotifier> m_notifier;

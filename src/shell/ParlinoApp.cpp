@@ -44,7 +44,7 @@ int ParlinoApp::runSubcommand(const LaunchRequest &request)
 {
     AppServices services;
     if (request.command == u"synthesize")
-        return runSynthesizeCommand(services.openAIClient(), services.speechCache(), request.arguments);
+        return runSynthesizeCommand(services.speechSynthesizer(), services.offlineSpeech(), request.arguments);
     return runSummarizeCommand(services.openAIClient(), request.arguments);
 }
 

@@ -25,13 +25,16 @@ public:
     SpeechProvider(const SpeechProvider &) = delete;
     SpeechProvider &operator=(const SpeechProvider &) = delete;
 
-    // The settings value that selects this provider ("openai-speech", "openai-realtime").
+    // The settings value that selects this provider ("openai-speech", "openai-realtime", "offline").
     [[nodiscard]] virtual QString name() const = 0;
     // The model that will answer the next request, for log lines and usage records.
     [[nodiscard]] virtual QString model() const = 0;
     // The voice that really speaks for `voice`; it is the voice part of the cache key, so audio of
     // different voices never mixes in the cache.
     [[nodiscard]] virtual QString cacheVoice(TTSVoice voice) const = 0;
+    // True for a provider that needs neither an OpenAI key nor a network: it reads when no key is
+    // configured and stands in when OpenAI cannot be reached.
+    [[nodiscard]] virtual bool worksOffline() const { return false; }
 
     // Speaks `text` and returns a new MP3 file in the temporary folder, which belongs to the caller.
     // onAudio (when set) sees the MP3 bytes as they arrive. Returns an empty path when shouldStop

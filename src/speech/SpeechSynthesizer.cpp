@@ -2,6 +2,7 @@
 
 #include "backend/ModelCatalogue.h"
 #include "backend/ModelSettings.h"
+#include "backend/NetworkError.h"
 #include "backend/OpenAIError.h"
 #include "core/Logging.h"
 #include "core/Paths.h"
@@ -17,10 +18,12 @@
 
 namespace parlino {
 
-SpeechSynthesizer::SpeechSynthesizer(TTSCacheService &cache, ModelSettings &models, QObject *parent)
+SpeechSynthesizer::SpeechSynthesizer(TTSCacheService &cache, ModelSettings &models, std::function<bool()> hasAPIKey,
+                                     QObject *parent)
     : QObject(parent)
     , m_cache(cache)
     , m_models(models)
+    , m_hasAPIKey(std::move(hasAPIKey))
 {
 }
 
@@ -32,20 +35,90 @@ SpeechProvider &SpeechSynthesizer::addProvider(std::unique_ptr<SpeechProvider> p
     return *m_providers.back();
 }
 
+SpeechProvider *SpeechSynthesizer::provider(const QString &name) const
+{
+    for (const auto &provider : m_providers) {
+        if (provider->name() == name)
+            return provider.get();
+    }
+    return nullptr;
+}
+
+bool SpeechSynthesizer::useProvider(const QString &name)
+{
+    SpeechProvider *named = provider(name);
+    if (!named)
+        return false;
+    m_chosenProvider = named;
+    return true;
+}
+
+SpeechProvider *SpeechSynthesizer::offlineProvider() const
+{
+    for (const auto &provider : m_providers) {
+        if (provider->worksOffline())
+            return provider.get();
+    }
+    return nullptr;
+}
+
 SpeechProvider &SpeechSynthesizer::currentProvider() const
 {
     Q_ASSERT(!m_providers.empty());
-    const QString chosen = m_models.speechProvider();
-    for (const auto &provider : m_providers) {
-        if (provider->name() == chosen)
-            return *provider;
+    if (m_chosenProvider)
+        return *m_chosenProvider;
+    SpeechProvider *chosen = provider(m_models.speechProvider());
+    if (!chosen)
+        chosen = m_providers.front().get();
+    if (!chosen->worksOffline() && m_hasAPIKey && !m_hasAPIKey()) {
+        if (SpeechProvider *offline = offlineProvider())
+            return *offline;
     }
-    return *m_providers.front();
+    return *chosen;
+}
+
+SpeechProvider &SpeechSynthesizer::readerOf(const Reading &reading) const
+{
+    SpeechProvider *offline = reading.offline ? offlineProvider() : nullptr;
+    return offline ? *offline : currentProvider();
 }
 
 QString SpeechSynthesizer::cacheVoice(TTSVoice voice) const
 {
     return currentProvider().cacheVoice(voice);
+}
+
+bool SpeechSynthesizer::readsOfflineAfter(const NetworkError &error)
+{
+    switch (error.code()) {
+    case QNetworkReply::ConnectionRefusedError:       // nothing listens there (or a firewall says no)
+    case QNetworkReply::HostNotFoundError:            // no name service: offline, or the host is unknown
+    case QNetworkReply::TemporaryNetworkFailureError: // the system has no network
+    case QNetworkReply::NetworkSessionFailedError:
+    case QNetworkReply::UnknownNetworkError:     // no route to the host, network down
+    case QNetworkReply::SslHandshakeFailedError: // a captive portal or an intercepting firewall
+    case QNetworkReply::ProxyConnectionRefusedError:
+    case QNetworkReply::ProxyConnectionClosedError:
+    case QNetworkReply::ProxyNotFoundError:
+    case QNetworkReply::ProxyTimeoutError:
+    case QNetworkReply::UnknownProxyError: return true;
+    default:
+        // Time-outs and connections the server closed: a server was reached, so the reading fails
+        // as before rather than changing voice behind a slow or broken answer.
+        return false;
+    }
+}
+
+void SpeechSynthesizer::announceReading()
+{
+    const SpeechProvider &reader = currentProvider();
+    if (!reader.worksOffline() || m_chosenProvider == &reader)
+        return;
+    const SpeechProvider *chosen = provider(m_models.speechProvider());
+    if (chosen && chosen->worksOffline())
+        return; // the user's own choice needs no explanation
+    PLOG(lcSpeech) << "ℹ️ No OpenAI key configured - reading with the offline voice";
+    Q_EMIT readingOffline(OfflineReason::noAPIKey, QString());
 }
 
 bool SpeechSynthesizer::switchFromRetiredModel(const SpeechProvider &provider)
@@ -61,18 +134,42 @@ bool SpeechSynthesizer::switchFromRetiredModel(const SpeechProvider &provider)
 }
 
 QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoice voice, double speed,
-                                                            SpeechProvider::AudioReceiver onAudio,
+                                                            Reading &reading, SpeechProvider::AudioReceiver onAudio,
                                                             SpeechProvider::StopCheck shouldStop)
 {
-    SpeechProvider *provider = &currentProvider();
+    SpeechProvider *provider = &readerOf(reading);
+    // Whether the listener has heard any of this chunk: an answer that broke off after that is no
+    // missing connection, and reading it again offline would repeat what was heard.
+    auto heard = std::make_shared<bool>(false);
+    SpeechProvider::AudioReceiver receiver;
+    if (onAudio) {
+        receiver = [heard, onAudio](const QByteArray &piece) {
+            *heard = true;
+            onAudio(piece);
+        };
+    }
     std::optional<OpenAIError> refused;
+    std::optional<NetworkError> unreachable;
     try {
-        QCoro::Task<QString> asking = provider->synthesize(text, voice, speed, onAudio, shouldStop);
+        QCoro::Task<QString> asking = provider->synthesize(text, voice, speed, receiver, shouldStop);
         co_return co_await asking;
     } catch (const OpenAIError &error) {
         if (!ModelCatalogue::isRetirementError(error))
             throw;
         refused = error;
+    } catch (const NetworkError &error) {
+        SpeechProvider *offline = offlineProvider();
+        if (provider->worksOffline() || !offline || *heard || !readsOfflineAfter(error))
+            throw;
+        unreachable = error;
+    }
+    if (unreachable) {
+        PWARN(lcSpeech) << "📡 No connection to OpenAI (" << unreachable->description()
+                        << ") - reading with the offline voice";
+        reading.offline = true;
+        Q_EMIT readingOffline(OfflineReason::noConnection, unreachable->description());
+        QCoro::Task<QString> offline = offlineProvider()->synthesize(text, voice, speed, onAudio, shouldStop);
+        co_return co_await offline;
     }
     PLOG(lcSpeech) << "🔄 The service has retired " << provider->model() << " - switching to its successor";
     if (!switchFromRetiredModel(*provider))
@@ -94,8 +191,11 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
     // No temporaries inside co_await expressions: GCC 12 destroys them twice.
     const QString voiceId = cacheVoice(voice);
     try {
-        if (length > maxChunkSize)
-            co_return co_await generateMultiChunkSpeech(text, voice, speed);
+        if (length > maxChunkSize) {
+            QCoro::Task<QString> chunked = generateMultiChunkSpeech(text, voice, speed);
+            co_return co_await chunked;
+        }
+        announceReading();
 
         PLOG(lcSpeech) << "✅ Text is within limit, processing as single chunk";
         if (auto cached = co_await m_cache.getCachedAudio(text, voiceId, speed)) {
@@ -103,10 +203,12 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
             co_return *cached;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for single chunk - generating new audio";
-        QCoro::Task<QString> request = generateSpeechChunk(text, voice, speed);
+        Reading reading;
+        QCoro::Task<QString> request = generateSpeechChunk(text, voice, speed, reading);
         const QString generated = co_await request;
-        // A retired model may have been replaced meanwhile: the key names the voice that really read.
-        const QString readBy = cacheVoice(voice);
+        // A retired model may have been replaced meanwhile, or the offline voice stood in: the key
+        // names the voice that really read.
+        const QString readBy = readerOf(reading).cacheVoice(voice);
         co_await m_cache.cacheAudio(generated, text, readBy, speed);
         PLOG(lcSpeech) << "💾 Cached new audio for single chunk";
         co_return generated;
@@ -124,24 +226,26 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
     PLOG(lcSpeech) << "📝 Splitting text into " << n;
     if (n == 0)
         throw Error(QStringLiteral("The text has nothing to read aloud"));
+    announceReading();
 
     // Strictly one request after another, in reading order.
+    Reading reading;
     QStringList chunkFiles;
     for (qsizetype i = 0; i < n; ++i) {
         Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
                                QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
         PLOG(lcSpeech) << "🎙️ Generating audio for chunk " << (i + 1) << '/' << n;
         const QString &chunk = chunks[i];
-        const QString voiceId = cacheVoice(voice);
+        const QString voiceId = readerOf(reading).cacheVoice(voice);
         if (auto cached = co_await m_cache.getCachedAudio(chunk, voiceId, speed)) {
             PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
             chunkFiles.append(*cached);
             continue;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
-        QCoro::Task<QString> request = generateSpeechChunk(chunk, voice, speed);
+        QCoro::Task<QString> request = generateSpeechChunk(chunk, voice, speed, reading);
         const QString generated = co_await request;
-        const QString readBy = cacheVoice(voice);
+        const QString readBy = readerOf(reading).cacheVoice(voice);
         co_await m_cache.cacheAudio(generated, chunk, readBy, speed);
         PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);
         chunkFiles.append(generated);
@@ -173,9 +277,11 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
     const qsizetype n = chunks.size();
     PLOG(lcSpeech) << "🔍 Streaming speech: " << characterCount(text) << " characters in " << n << " chunk(s), voice "
                    << identifier(voice) << " through " << currentProvider().name();
+    Reading reading;
     try {
         if (n == 0)
             throw Error(QStringLiteral("The text has nothing to read aloud"));
+        announceReading();
         for (qsizetype i = 0; i < n; ++i) {
             if (stream->isCancelled()) {
                 PLOG(lcSpeech) << "⏹️ Reading stopped - chunk " << (i + 1) << '/' << n
@@ -186,7 +292,7 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
                 Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
                                        QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
             const QString &chunk = chunks[i];
-            const QString voiceId = cacheVoice(voice);
+            const QString voiceId = readerOf(reading).cacheVoice(voice);
             QCoro::Task<std::optional<QString>> lookup = m_cache.getCachedAudio(chunk, voiceId, speed);
             if (const std::optional<QString> cached = co_await lookup) {
                 PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
@@ -201,14 +307,14 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
             // Sound starts with the first bytes. A chunk whose reading was stopped still arrives whole
             // and is cached (it is paid for), but the closed stream takes no more of it.
             QCoro::Task<QString> request = generateSpeechChunk(
-                chunk, voice, speed, [stream](const QByteArray &piece) { stream->append(piece); },
+                chunk, voice, speed, reading, [stream](const QByteArray &piece) { stream->append(piece); },
                 [stream] { return stream->isCancelled(); });
             const QString generated = co_await request;
             if (generated.isEmpty()) {
                 PLOG(lcSpeech) << "⏹️ Reading stopped - chunk " << (i + 1) << '/' << n << " left unfinished";
                 co_return;
             }
-            const QString readBy = cacheVoice(voice);
+            const QString readBy = readerOf(reading).cacheVoice(voice);
             QCoro::Task<> caching = m_cache.cacheAudio(generated, chunk, readBy, speed);
             co_await caching;
             QFile::remove(generated);

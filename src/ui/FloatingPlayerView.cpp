@@ -86,6 +86,7 @@ FloatingPlayerView::FloatingPlayerView(AppState &appState, AudioPlayerManager &p
     updateProgress();
     updateSpeed();
     updateProcessing();
+    updateSpeechNotice();
 }
 
 QString FloatingPlayerView::formatTime(double seconds)
@@ -121,6 +122,12 @@ void FloatingPlayerView::buildLayout()
     m_closeButton->setIconSize(QSize(16, 16));
     header->addWidget(m_closeButton, 0, Qt::AlignTop);
     root->addLayout(header);
+
+    // Which voice reads, when it is not the chosen one.
+    m_speechNotice = makeCaption(this, QStringLiteral("speechNoticeLabel"));
+    m_speechNotice->setWordWrap(true);
+    m_speechNotice->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    root->addWidget(m_speechNotice);
 
     // While a request is prepared: its message and progress.
     m_processingLabel = makeCaption(this, QStringLiteral("processingLabel"));
@@ -224,6 +231,7 @@ void FloatingPlayerView::connectState()
     connect(&m_appState, &AppState::isProcessingChanged, this, &FloatingPlayerView::updateProcessing);
     connect(&m_appState, &AppState::processingMessageChanged, this, &FloatingPlayerView::updateProcessing);
     connect(&m_appState, &AppState::processingProgressChanged, this, &FloatingPlayerView::updateProcessing);
+    connect(&m_appState, &AppState::speechNoticeChanged, this, &FloatingPlayerView::updateSpeechNotice);
 }
 
 void FloatingPlayerView::updateTitle()
@@ -287,6 +295,14 @@ void FloatingPlayerView::updateProcessing()
     m_processingLabel->setText(m_appState.processingMessage());
     const double progress = std::clamp(m_appState.processingProgress(), 0.0, 1.0);
     m_processingBar->setValue(static_cast<int>(std::lround(progress * kProgressScale)));
+}
+
+void FloatingPlayerView::updateSpeechNotice()
+{
+    const QString &notice = m_appState.speechNotice();
+    m_speechNotice->setText(notice);
+    m_speechNotice->setAccessibleName(notice);
+    m_speechNotice->setVisible(!notice.isEmpty());
 }
 
 void FloatingPlayerView::handleCloseButton()

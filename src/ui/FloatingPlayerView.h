@@ -17,7 +17,8 @@ class SnapSlider;
 
 // The content of the floating player: what is playing, its progress with times, skip back 15 s,
 // play/pause, skip forward 30 s, a speed slider that rests on the playback speeds, and a close
-// button; while a request is being prepared, its progress line. Dragging the background moves the
+// button; while a request is being prepared, its progress line; when the offline voice reads instead
+// of the chosen one, a line that says so. Dragging the background moves the
 // window, the corner handle resizes it. Observes AppState and forwards actions to the player.
 class FloatingPlayerView final : public QFrame {
     Q_OBJECT
@@ -46,6 +47,7 @@ private:
     void updateProgress();
     void updateSpeed();
     void updateProcessing();
+    void updateSpeechNotice();
     void handleCloseButton();
 
     AppState &m_appState;
@@ -55,6 +57,7 @@ private:
     QLabel *m_title = nullptr;
     QLabel *m_status = nullptr;
     QToolButton *m_closeButton = nullptr;
+    QLabel *m_speechNotice = nullptr;
     QLabel *m_processingLabel = nullptr;
     QProgressBar *m_processingBar = nullptr;
     QLabel *m_artwork = nullptr;

@@ -7,6 +7,7 @@
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
 #include "playback/PlaybackSpeed.h"
+#include "speech/OfflineSpeechProvider.h"
 #include "speech/RealtimeSpeechProvider.h"
 #include "speech/TTSVoice.h"
 
@@ -96,8 +97,25 @@ SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, ModelSetting
     m_provider = new QComboBox(this);
     m_provider->addItem(QStringLiteral("OpenAI speech endpoint"), ModelSettings::openAISpeechProvider);
     m_provider->addItem(QStringLiteral("OpenAI Realtime API"), ModelSettings::openAIRealtimeProvider);
+    m_provider->addItem(QStringLiteral("Offline voice (eSpeak NG, no key needed)"), ModelSettings::offlineProvider);
     describe(m_provider, QStringLiteral("Speech provider"));
     form->addRow(QStringLiteral("Speech provider:"), m_provider);
+
+    // The offline voice also reads whenever no OpenAI key is configured.
+    auto *offlineRow = new QHBoxLayout;
+    m_offlineLanguage = new QComboBox(this);
+    for (const OfflineVoice &voice : OfflineSpeechProvider::voices())
+        m_offlineLanguage->addItem(QStringLiteral("%1 (%2)").arg(voice.displayName, voice.name), voice.name);
+    describe(m_offlineLanguage, QStringLiteral("Language of the offline voice"));
+    m_offlineVariant = new QComboBox(this);
+    m_offlineVariant->addItem(QStringLiteral("Standard"), QString());
+    for (const OfflineVoice &variant : OfflineSpeechProvider::variants())
+        m_offlineVariant->addItem(variant.displayName, variant.name);
+    describe(m_offlineVariant, QStringLiteral("Variant of the offline voice"));
+    offlineRow->addWidget(m_offlineLanguage, 2);
+    offlineRow->addWidget(m_offlineVariant, 1);
+    form->addRow(QStringLiteral("Offline voice:"), offlineRow);
+    refreshOfflineVoice();
     m_modelChoices = {
         addModelChoice(static_cast<int>(ModelRole::speech), QStringLiteral("Speech model:"),
                        QStringLiteral("Model of the speech endpoint")),
@@ -124,6 +142,8 @@ SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, ModelSetting
             [this](bool on) { m_defaults.set(SettingsKeys::streamSpeech, on); });
     connect(m_provider, &QComboBox::activated, this,
             [this] { m_models.setSpeechProvider(m_provider->currentData().toString()); });
+    connect(m_offlineLanguage, &QComboBox::activated, this, &SettingsWindow::saveOfflineVoice);
+    connect(m_offlineVariant, &QComboBox::activated, this, &SettingsWindow::saveOfflineVoice);
     connect(&m_models, &ModelSettings::changed, this, &SettingsWindow::refreshSpeech);
     connect(&m_availability, &ModelAvailability::changed, this, &SettingsWindow::refreshSpeech);
     connect(m_speed, &QComboBox::currentIndexChanged, this, [this] {
@@ -179,6 +199,28 @@ void SettingsWindow::refreshSpeech()
                                                 capitalised(RealtimeSpeechProvider::realtimeVoice(voice)))
                                      : QString());
     m_voiceNote->setVisible(substituted);
+}
+
+void SettingsWindow::refreshOfflineVoice()
+{
+    // What reads now: the setting when eSpeak NG has it, else the default it falls back to.
+    const std::optional<QString> stored = m_defaults.stringForKey(SettingsKeys::offlineVoice);
+    const QString name = OfflineSpeechProvider::listedName(stored.value_or(QString()))
+                             .value_or(OfflineSpeechProvider::defaultVoiceName());
+    const qsizetype plus = name.indexOf(u'+');
+    const QString language = plus < 0 ? name : name.left(plus);
+    const QString variant = plus < 0 ? QString() : name.mid(plus + 1);
+    m_offlineLanguage->setCurrentIndex(m_offlineLanguage->findData(language));
+    m_offlineVariant->setCurrentIndex(std::max(0, m_offlineVariant->findData(variant)));
+}
+
+void SettingsWindow::saveOfflineVoice()
+{
+    const QString language = m_offlineLanguage->currentData().toString();
+    const QString variant = m_offlineVariant->currentData().toString();
+    if (language.isEmpty())
+        return;
+    m_defaults.set(SettingsKeys::offlineVoice, variant.isEmpty() ? language : language + u'+' + variant);
 }
 
 void SettingsWindow::chooseDownloadFolder()

@@ -14,8 +14,8 @@ class ModelAvailability;
 class ModelSettings;
 
 // General settings: the default voice and speed, the folder for exported audio, and how speech is
-// made: the provider, the model of each use with the day OpenAI stops serving it, and whether reading
-// starts before the whole text is ready.
+// made: the provider, the offline voice (eSpeak NG's language and variant), the model of each use with
+// the day OpenAI stops serving it, and whether reading starts before the whole text is ready.
 class SettingsWindow final : public QWidget {
     Q_OBJECT
 public:
@@ -28,6 +28,9 @@ private:
     // The provider, the models and their dates as the settings hold them now.
     void refreshSpeech();
     [[nodiscard]] QComboBox *addModelChoice(int role, const QString &label, const QString &help);
+    // The offline voice's language and variant as the settings hold them now.
+    void refreshOfflineVoice();
+    void saveOfflineVoice();
 
     AppState &m_state;
     Defaults &m_defaults;
@@ -39,6 +42,8 @@ private:
     QLabel *m_folder = nullptr;
     QCheckBox *m_streamSpeech = nullptr;
     QComboBox *m_provider = nullptr;
+    QComboBox *m_offlineLanguage = nullptr;
+    QComboBox *m_offlineVariant = nullptr;
     QList<QComboBox *> m_modelChoices;
     QLabel *m_shutdownNotes = nullptr;
 };

@@ -5,6 +5,7 @@
 #include "backend/OpenAIConnection.h"
 #include "cli/OpenAICommands.h"
 #include "core/Defaults.h"
+#include "speech/OfflineSpeechProvider.h"
 #include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
@@ -13,6 +14,7 @@
 #include <QFile>
 #include <QJsonArray>
 #include <QProcess>
+#include <QTcpServer>
 #include <QTest>
 
 #include <cstdio>
@@ -113,6 +115,8 @@ public:
         m_models = std::make_unique<ModelSettings>(m_defaults);
         m_speech = std::make_unique<SpeechSynthesizer>(*m_cache, *m_models);
         m_speech->addProvider(std::make_unique<SpeechEndpointProvider>(*m_connection, *m_models));
+        m_offline = &static_cast<OfflineSpeechProvider &>(
+            m_speech->addProvider(std::make_unique<OfflineSpeechProvider>(m_defaults)));
         m_client = std::make_unique<OpenAIClient>(*m_connection, *m_speech, *m_models);
     }
 
@@ -124,6 +128,7 @@ private:
     Defaults m_defaults{m_env.defaultsFile()};
     std::unique_ptr<ModelSettings> m_models;
     std::unique_ptr<SpeechSynthesizer> m_speech;
+    OfflineSpeechProvider *m_offline = nullptr;
     std::unique_ptr<OpenAIClient> m_client;
 
     QString workFolder() const { return m_env.root() + QStringLiteral("/work"); }
@@ -139,7 +144,7 @@ private Q_SLOTS:
     {
         const QString output = workFolder() + QStringLiteral("/hello.mp3");
         const auto run = runCommand([&] {
-            return runSynthesizeCommand(*m_client, *m_cache,
+            return runSynthesizeCommand(*m_speech, *m_offline,
                                         {QStringLiteral("--voice"), QStringLiteral("echo"), QStringLiteral("--speed"),
                                          QStringLiteral("1.5"), QStringLiteral("--output"), output,
                                          QStringLiteral("Hello from the command line.")});
@@ -155,7 +160,7 @@ private Q_SLOTS:
 
         // Again: answered from the shared cache, copied out, the cache's file left in place.
         const auto again = runCommand([&] {
-            return runSynthesizeCommand(*m_client, *m_cache,
+            return runSynthesizeCommand(*m_speech, *m_offline,
                                         {QStringLiteral("--voice"), QStringLiteral("echo"), QStringLiteral("--speed"),
                                          QStringLiteral("1.5"), QStringLiteral("--output"), output,
                                          QStringLiteral("Hello from the command line.")});
@@ -168,8 +173,9 @@ private Q_SLOTS:
 
     void synthesizeReadsStandardInputIntoANewFile()
     {
-        const auto run = runCommand([this] { return runSynthesizeCommand(*m_client, *m_cache, {QStringLiteral("-")}); },
-                                    "Text from standard input.\n");
+        const auto run =
+            runCommand([this] { return runSynthesizeCommand(*m_speech, *m_offline, {QStringLiteral("-")}); },
+                       "Text from standard input.\n");
         QCOMPARE(run.exitCode, 0);
         const QString written = run.out.trimmed();
         QCOMPARE(QFileInfo(written).absolutePath(), workFolder());
@@ -179,12 +185,46 @@ private Q_SLOTS:
                  QStringLiteral("Text from standard input.\n"));
     }
 
+    void synthesizeSpeaksOfflineWithNoKeyAndNoNetwork()
+    {
+        // As the app builds it with no key, its OpenAI address refusing every connection.
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        OpenAIConnection unreachable(std::nullopt, QStringLiteral("http://127.0.0.1:%1/v1").arg(closed.serverPort()));
+        closed.close();
+        SpeechSynthesizer speech(*m_cache, *m_models, [] { return false; });
+        speech.addProvider(std::make_unique<SpeechEndpointProvider>(unreachable, *m_models));
+        auto &offline = static_cast<OfflineSpeechProvider &>(
+            speech.addProvider(std::make_unique<OfflineSpeechProvider>(m_defaults)));
+
+        const QString german = workFolder() + QStringLiteral("/hallo.mp3");
+        const auto run = runCommand([&] {
+            return runSynthesizeCommand(speech, offline,
+                                        {QStringLiteral("--provider"), QStringLiteral("offline"),
+                                         QStringLiteral("--voice"), QStringLiteral("de"), QStringLiteral("--output"),
+                                         german, QStringLiteral("Hallo, hier spricht die Stimme ohne Netz.")});
+        });
+        QCOMPARE(run.exitCode, 0);
+        QCOMPARE(run.out, german + u'\n');
+        QVERIFY(probeDuration(german) > 1.5);
+        QCOMPARE(offline.voiceName(), QStringLiteral("de"));
+
+        const auto unknown = runCommand([&] {
+            return runSynthesizeCommand(
+                speech, offline, {QStringLiteral("--voice"), QStringLiteral("klingon"), QStringLiteral("Hello")});
+        });
+        QCOMPARE(unknown.exitCode, 2);
+        QVERIFY2(
+            unknown.err.startsWith(QStringLiteral("parlino synthesize: the offline voice has no voice \"klingon\"")),
+            qPrintable(unknown.err));
+    }
+
     void serviceErrorsPrintTheDescriptionAndExitOne()
     {
         m_server.setSpeechFailure(OpenAITestServer::Failure::error(401, "{\"error\":\"Incorrect API key\"}"));
         const QString output = workFolder() + QStringLiteral("/never.mp3");
         const auto run = runCommand([&] {
-            return runSynthesizeCommand(*m_client, *m_cache,
+            return runSynthesizeCommand(*m_speech, *m_offline,
                                         {QStringLiteral("--output"), output, QStringLiteral("Refused text.")});
         });
         QCOMPARE(run.exitCode, 1);
@@ -231,6 +271,12 @@ private Q_SLOTS:
                                        << QStringList{QStringLiteral("--voice"), QStringLiteral("bob"),
                                                       QStringLiteral("Hi")}
                                        << QStringLiteral("unknown voice \"bob\"");
+        QTest::newRow("OpenAI reads, offline voice")
+            << true << QStringList{QStringLiteral("--voice"), QStringLiteral("de"), QStringLiteral("Hi")}
+            << QStringLiteral("unknown voice \"de\"");
+        QTest::newRow("unknown provider")
+            << true << QStringList{QStringLiteral("--provider"), QStringLiteral("espeak"), QStringLiteral("Hi")}
+            << QStringLiteral("unknown provider \"espeak\"");
         QTest::newRow("speed text") << true
                                     << QStringList{QStringLiteral("--speed"), QStringLiteral("fast"),
                                                    QStringLiteral("Hi")}
@@ -256,7 +302,7 @@ private Q_SLOTS:
         QFETCH(QStringList, arguments);
         QFETCH(QString, problem);
         const auto run = runCommand([&] {
-            return synthesize ? runSynthesizeCommand(*m_client, *m_cache, arguments)
+            return synthesize ? runSynthesizeCommand(*m_speech, *m_offline, arguments)
                               : runSummarizeCommand(*m_client, arguments);
         });
         QCOMPARE(run.exitCode, 2);

@@ -5,6 +5,8 @@
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
+#include "core/SettingsKeys.h"
+#include "speech/OfflineSpeechProvider.h"
 #include "speech/RealtimeSpeechProvider.h"
 #include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechStream.h"
@@ -16,6 +18,7 @@
 #include <QFile>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTcpServer>
 #include <QTest>
 
 #include <memory>
@@ -286,6 +289,77 @@ private Q_SLOTS:
         const auto slow = speak(QStringLiteral("Slow."));
         QCOMPARE(slow.error, QStringLiteral("The request timed out."));
         QCOMPARE(cachedEntries(), 0);
+    }
+
+    void offlineVoiceReadsWithoutKeyOrWithoutServer()
+    {
+        m_defaults.set(SettingsKeys::offlineVoice, QStringLiteral("en-us"));
+        m_models.setSpeechProvider(ModelSettings::openAIRealtimeProvider);
+        bool hasKey = false;
+        const auto build = [&](OpenAIConnection &connection) {
+            auto synthesizer = std::make_unique<SpeechSynthesizer>(*m_cache, m_models, [&hasKey] { return hasKey; });
+            synthesizer->addProvider(std::make_unique<SpeechEndpointProvider>(connection, m_models));
+            synthesizer->addProvider(std::make_unique<RealtimeSpeechProvider>(connection, m_models));
+            synthesizer->addProvider(std::make_unique<OfflineSpeechProvider>(m_defaults));
+            return synthesizer;
+        };
+        using Reason = SpeechSynthesizer::OfflineReason;
+
+        // No key: the offline voice reads, whatever provider the settings name, and says why.
+        auto keyless = build(*m_connection);
+        QSignalSpy keylessOffline(keyless.get(), &SpeechSynthesizer::readingOffline);
+        QVERIFY(awaitTask(keyless->generateSpeech(QStringLiteral("Read without a key."), TTSVoice::alloy, 1.0)).value);
+        QVERIFY(m_server.requests().isEmpty());
+        QCOMPARE(keylessOffline.size(), 1);
+        QCOMPARE(keylessOffline.at(0).at(0).value<Reason>(), Reason::noAPIKey);
+        // With a key the chosen provider reads again; choosing the offline voice is no news to tell.
+        hasKey = true;
+        m_models.setSpeechProvider(ModelSettings::openAISpeechProvider);
+        QVERIFY(awaitTask(keyless->generateSpeech(QStringLiteral("Read with a key."), TTSVoice::alloy, 1.0)).value);
+        QCOMPARE(speechInputs(), QStringList{QStringLiteral("Read with a key.")});
+        m_models.setSpeechProvider(ModelSettings::offlineProvider);
+        QCOMPARE(keyless->cacheVoice(TTSVoice::alloy), QStringLiteral("espeak:en-us"));
+        QVERIFY(awaitTask(keyless->generateSpeech(QStringLiteral("Chosen."), TTSVoice::alloy, 1.0)).value);
+        QCOMPARE(keylessOffline.size(), 1);
+        m_models.setSpeechProvider(ModelSettings::openAISpeechProvider);
+
+        // A key but nothing listening at the address: the reading goes on offline from the first chunk,
+        // the later chunk asks no server, and both are cached under the offline voice.
+        QTcpServer closed;
+        QVERIFY(closed.listen(QHostAddress::LocalHost));
+        const QString refusing = QStringLiteral("http://127.0.0.1:%1/v1").arg(closed.serverPort());
+        closed.close();
+        OpenAIConnection unreachable(QStringLiteral("test-key"), refusing);
+        auto cut = build(unreachable);
+        QSignalSpy cutOffline(cut.get(), &SpeechSynthesizer::readingOffline);
+        const QString text = sentences(100).left(maxChunkSize + 40);
+        LogCapture log;
+        auto stream = std::make_shared<SpeechStream>();
+        QVERIFY(awaitTask(cut->streamSpeech(text, TTSVoice::nova, 1.0, stream)).error == std::nullopt);
+        QVERIFY(stream->arrivedSeconds() > 60);
+        QCOMPARE(cutOffline.size(), 1);
+        QCOMPARE(cutOffline.at(0).at(0).value<Reason>(), Reason::noConnection);
+        QCOMPARE(log.lines().filter(QStringLiteral("📡 No connection to OpenAI")).size(), 1);
+        for (const QString &chunk : splitTextIntoChunks(text)) {
+            QVERIFY(awaitTask(m_cache->getCachedAudio(chunk, QStringLiteral("espeak:en-us"), 1.0)).value->has_value());
+            QVERIFY(!awaitTask(m_cache->getCachedAudio(chunk, QStringLiteral("nova"), 1.0)).value->has_value());
+        }
+
+        // A server that was reached and failed, or was too slow, is no missing connection.
+        auto reached = build(*m_connection);
+        QSignalSpy reachedOffline(reached.get(), &SpeechSynthesizer::readingOffline);
+        m_server.setSpeechFailure(OpenAITestServer::Failure::error(500, "{\"error\":\"boom\"}"));
+        QVERIFY(awaitTask(reached->generateSpeech(QStringLiteral("Server error."), TTSVoice::alloy, 1.0)).error);
+        m_server.setSpeechFailure(OpenAITestServer::Failure::dropped());
+        QVERIFY(awaitTask(reached->generateSpeech(QStringLiteral("Dropped."), TTSVoice::alloy, 1.0)).error);
+        m_server.clearFailures();
+        m_server.setDelay(5s);
+        m_connection->setRequestTimeout(300ms);
+        QCOMPARE(awaitTask(reached->generateSpeech(QStringLiteral("Slow."), TTSVoice::alloy, 1.0)).error,
+                 QStringLiteral("The request timed out."));
+        QCOMPARE(reachedOffline.size(), 0);
+        m_defaults.remove(SettingsKeys::offlineVoice);
+        m_defaults.remove(SettingsKeys::speechProvider);
     }
 
     void unusableBaseUrlFailsBeforeAnyRequest()

@@ -273,6 +273,14 @@ void FloatingPlayerViewTest::controlsDriveThePlayer()
     QCOMPARE(child<QLabel>("processingLabel")->text(), QStringLiteral("Generating audio..."));
     m_appState->setIsProcessing(false);
     QVERIFY(!child<QLabel>("processingLabel")->isVisible());
+
+    // When the offline voice reads instead of the chosen one, a line says so.
+    QVERIFY(!child<QLabel>("speechNoticeLabel")->isVisible());
+    m_appState->setSpeechNotice(QStringLiteral("No connection to OpenAI — reading with the offline voice"));
+    QVERIFY(child<QLabel>("speechNoticeLabel")->isVisible());
+    QCOMPARE(child<QLabel>("speechNoticeLabel")->accessibleName(), m_appState->speechNotice());
+    m_appState->setSpeechNotice(QString());
+    QVERIFY(!child<QLabel>("speechNoticeLabel")->isVisible());
 }
 
 void FloatingPlayerViewTest::closeButtonStopsAndHides()

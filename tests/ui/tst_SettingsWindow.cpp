@@ -8,6 +8,7 @@
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
+#include "speech/OfflineSpeechProvider.h"
 #include "ui/SettingsWindow.h"
 
 #include <QApplication>
@@ -93,6 +94,20 @@ private Q_SLOTS:
 
         if (const QString folder = qEnvironmentVariable("PARLINO_SCREENSHOT_DIR"); !folder.isEmpty())
             window.grab().save(QDir(folder).filePath(QStringLiteral("settings-speech.png")));
+
+        // The offline voice: the default language until one is chosen, then the choice with its variant.
+        auto *offlineLanguage = control<QComboBox>(window, QStringLiteral("Language of the offline voice"));
+        auto *offlineVariant = control<QComboBox>(window, QStringLiteral("Variant of the offline voice"));
+        QVERIFY(offlineLanguage && offlineVariant);
+        QCOMPARE(offlineLanguage->currentData().toString(), OfflineSpeechProvider::defaultVoiceName());
+        QCOMPARE(offlineVariant->currentText(), QStringLiteral("Standard"));
+        choose(offlineLanguage, QStringLiteral("German (de)"));
+        QCOMPARE(m_defaults.stringForKey(SettingsKeys::offlineVoice), QStringLiteral("de"));
+        offlineVariant->setCurrentIndex(offlineVariant->findData(QStringLiteral("f3")));
+        Q_EMIT offlineVariant->activated(offlineVariant->currentIndex());
+        QCOMPARE(m_defaults.stringForKey(SettingsKeys::offlineVoice), QStringLiteral("de+f3"));
+        choose(provider, QStringLiteral("Offline voice (eSpeak NG, no key needed)"));
+        QCOMPARE(m_defaults.stringForKey(SettingsKeys::speechProvider), QStringLiteral("offline"));
 
         // A switch made elsewhere (a retired chat model) shows at once.
         QVERIFY(models.switchToSuccessor(ModelRole::chat, QStringLiteral("gpt-4o-mini")));

@@ -1,0 +1,94 @@
+#include "AppProcess.h"
+#include "OpenAITestServer.h"
+#include "SelectionApp.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QTest>
+
+#include <cstdlib>
+
+using namespace parlino::test;
+
+namespace {
+
+// What the sound server plays, recorded from its null sink's monitor.
+class SoundRecorder final {
+public:
+    SoundRecorder()
+    {
+        m_process.start(QStringLiteral("parec"), {QStringLiteral("--device=null.monitor"), QStringLiteral("--raw"),
+                                                  QStringLiteral("--format=s16le"), QStringLiteral("--rate=22050"),
+                                                  QStringLiteral("--channels=1")});
+        m_process.waitForStarted();
+    }
+    ~SoundRecorder()
+    {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+
+    // Seconds of recorded samples above the null sink's silence.
+    [[nodiscard]] double loudSeconds()
+    {
+        m_recorded += m_process.readAllStandardOutput();
+        const auto *samples = reinterpret_cast<const qint16 *>(m_recorded.constData());
+        qsizetype loud = 0;
+        for (qsizetype i = 0; i < m_recorded.size() / 2; ++i)
+            loud += std::abs(samples[i]) > 300 ? 1 : 0;
+        return static_cast<double>(loud) / 22050;
+    }
+
+private:
+    QProcess m_process;
+    QByteArray m_recorded;
+};
+
+} // namespace
+
+// A user who finished onboarding but has no OpenAI key selects text and presses the shortcut: the
+// offline voice reads it through the usual player. (A key whose server cannot be reached is the
+// speech side's test.)
+class TestOfflineReading final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QDir().mkpath(QFileInfo(m_env.defaultsFile()).absolutePath());
+        QFile defaults(m_env.defaultsFile());
+        QVERIFY(defaults.open(QIODevice::WriteOnly));
+        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\nofflineVoice=en-us\n");
+        defaults.close();
+        qunsetenv("OPENAI_API_KEY");
+        qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
+    }
+
+    void shortcutReadsWithTheOfflineVoice()
+    {
+        AppProcess app;
+        QVERIFY(app.start());
+        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+        SelectionApp selection({QStringLiteral("--mode"), QStringLiteral("primary"), QStringLiteral("--text"),
+                                QStringLiteral("Nobody gave Parlino a key, and it reads this all the same.")});
+        QVERIFY(selection.waitUntilReady());
+        SoundRecorder sound;
+
+        QProcess::execute(QStringLiteral("xdotool"),
+                          {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), QStringLiteral("super+shift+r")});
+        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ No OpenAI key configured - reading with the offline voice")));
+        QVERIFY(app.waitForLine(QStringLiteral("✅ Successfully streamed audio")));
+        // About three seconds of speech reach the sound server; OpenAI was never asked.
+        QTRY_VERIFY_WITH_TIMEOUT(sound.loudSeconds() > 1.0, 15000);
+        QVERIFY(m_server.requests().isEmpty());
+    }
+
+private:
+    TestEnvironment m_env;
+    OpenAITestServer m_server;
+};
+
+QTEST_GUILESS_MAIN(TestOfflineReading)
+#include "tst_OfflineReading.moc"
