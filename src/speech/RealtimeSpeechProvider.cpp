@@ -207,10 +207,16 @@ private:
             end(std::make_exception_ptr(OpenAIError::apiError(*status, text)));
             return;
         }
-        const auto code = error == QAbstractSocket::ConnectionRefusedError ? QNetworkReply::ConnectionRefusedError
-                          : error == QAbstractSocket::HostNotFoundError    ? QNetworkReply::HostNotFoundError
-                          : error == QAbstractSocket::SocketTimeoutError   ? QNetworkReply::TimeoutError
-                                                                           : QNetworkReply::UnknownNetworkError;
+        // The same codes as an HTTP request's, so the caller tells "no network" from "the server broke off".
+        QNetworkReply::NetworkError code = QNetworkReply::UnknownNetworkError;
+        switch (error) {
+        case QAbstractSocket::ConnectionRefusedError: code = QNetworkReply::ConnectionRefusedError; break;
+        case QAbstractSocket::HostNotFoundError: code = QNetworkReply::HostNotFoundError; break;
+        case QAbstractSocket::SocketTimeoutError: code = QNetworkReply::TimeoutError; break;
+        case QAbstractSocket::RemoteHostClosedError: code = QNetworkReply::RemoteHostClosedError; break;
+        case QAbstractSocket::SslHandshakeFailedError: code = QNetworkReply::SslHandshakeFailedError; break;
+        default: break;
+        }
         end(std::make_exception_ptr(NetworkError(code, text)));
     }
 
