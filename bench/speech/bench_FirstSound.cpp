@@ -1,10 +1,10 @@
 // Time from a read-aloud request to the first sound at the sound server, for uncached texts of 300,
-// 4000 and 12 000 characters: streamed and whole-file, through the speech endpoint and through the
-// Realtime API. The local servers are shaped like the real ones as users measure tts-1: the first
+// 4000 and 12 000 characters: streamed and whole-file, through the speech endpoint, the Realtime API and
+// the offline voice. The local servers are shaped like the real ones as users measure tts-1: the first
 // audio after 1 s, then about 90 characters per second. The app's own services run in-process; what
 // they play is recorded from the PulseAudio null sink's monitor, and the first sample above the
 // noise floor counts. Needs the headless desktop:
-//   scripts/desktop-rig build/<preset>/bench/speech/bench_FirstSound [streamed runs]
+//   scripts/desktop-rig build/<preset>/bench/speech/bench_FirstSound [streamed runs] [providers,...]
 #include "OpenAITestServer.h"
 #include "RealtimeTestServer.h"
 #include "TestEnvironment.h"
@@ -163,7 +163,10 @@ int main(int argc, char *argv[])
                 kCharactersPerSecond);
     std::printf("%-16s %7s  %14s  %14s  %7s\n", "provider", "chars", "whole file ms", "streamed ms", "ratio");
     int run = 0;
-    for (const QString &provider : {QStringLiteral("openai-speech"), QStringLiteral("openai-realtime")}) {
+    const QStringList providers = argc > 2 ? QString::fromLocal8Bit(argv[2]).split(u',', Qt::SkipEmptyParts)
+                                           : QStringList{QStringLiteral("openai-speech"),
+                                                         QStringLiteral("openai-realtime"), QStringLiteral("offline")};
+    for (const QString &provider : providers) {
         services.defaults().set(SettingsKeys::speechProvider, provider);
         for (const int length : {300, 4000, 12000}) {
             services.defaults().set(SettingsKeys::streamSpeech, false);
