@@ -1,4 +1,5 @@
 #include "OpenAITestServer.h"
+#include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
 #include "ai/OpenAIClient.h"
 #include "backend/ModelSettings.h"
@@ -83,18 +84,6 @@ CommandRun runCommand(const std::function<int()> &command, const QByteArray &inp
     return run;
 }
 
-double probeDuration(const QString &path)
-{
-    QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"),
-                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                   QStringLiteral("format=duration"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
-    ffprobe.waitForFinished(60000);
-    return ffprobe.exitCode() == 0 && ffprobe.readAllStandardError().isEmpty()
-               ? ffprobe.readAllStandardOutput().trimmed().toDouble()
-               : -1;
-}
-
 } // namespace
 
 class TestOpenAICommands final : public QObject {
@@ -151,7 +140,7 @@ private Q_SLOTS:
         });
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, output + u'\n');
-        QVERIFY(probeDuration(output) > 0.5);
+        QVERIFY(decodedSeconds(output) > 0.5);
         const auto requests = m_server.requests(QStringLiteral("/audio/speech"));
         QCOMPARE(requests.size(), 1);
         QCOMPARE(requests[0].header("Authorization"), QByteArray("Bearer command-key"));
@@ -167,7 +156,7 @@ private Q_SLOTS:
         });
         QCOMPARE(again.exitCode, 0);
         QCOMPARE(m_server.requests().size(), 1);
-        QVERIFY(probeDuration(output) > 0.5);
+        QVERIFY(decodedSeconds(output) > 0.5);
         QCOMPARE(QDir(TTSCacheService::defaultDirectory()).entryList({QStringLiteral("*.m4a")}).size(), 1);
     }
 
@@ -180,7 +169,7 @@ private Q_SLOTS:
         const QString written = run.out.trimmed();
         QCOMPARE(QFileInfo(written).absolutePath(), workFolder());
         QVERIFY(QFileInfo(written).fileName().endsWith(QStringLiteral(".mp3")));
-        QVERIFY(probeDuration(written) > 0.5);
+        QVERIFY(decodedSeconds(written) > 0.5);
         QCOMPARE(m_server.requests().at(0).json.value(u"input").toString(),
                  QStringLiteral("Text from standard input.\n"));
     }
@@ -206,7 +195,7 @@ private Q_SLOTS:
         });
         QCOMPARE(run.exitCode, 0);
         QCOMPARE(run.out, german + u'\n');
-        QVERIFY(probeDuration(german) > 1.5);
+        QVERIFY(decodedSeconds(german) > 1.5);
         QCOMPARE(offline.voiceName(), QStringLiteral("de"));
 
         const auto unknown = runCommand([&] {

@@ -1,5 +1,6 @@
 #include "AwaitTask.h"
 #include "LogCapture.h"
+#include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
 #include "backend/ModelSettings.h"
 #include "core/Defaults.h"
@@ -23,19 +24,6 @@ using namespace parlino;
 using namespace parlino::test;
 
 namespace {
-
-// Seconds of audio ffprobe decodes from every packet of the file, or -1 when it cannot read it whole.
-double decodedSeconds(const QString &path)
-{
-    QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"),
-                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                   QStringLiteral("format=duration"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
-    ffprobe.waitForFinished(60000);
-    return ffprobe.exitCode() == 0 && ffprobe.readAllStandardError().isEmpty()
-               ? ffprobe.readAllStandardOutput().trimmed().toDouble()
-               : -1;
-}
 
 // The length of what the espeak-ng program says for the same text and voice, from its WAV header.
 double espeakSeconds(const QString &text, const QString &voice, const QString &wavPath)

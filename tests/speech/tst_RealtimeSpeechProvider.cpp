@@ -1,6 +1,7 @@
 #include "AwaitTask.h"
 #include "LogCapture.h"
 #include "OpenAITestServer.h"
+#include "PlaybackFixtures.h"
 #include "RealtimeTestServer.h"
 #include "TestEnvironment.h"
 #include "backend/ModelCatalogue.h"
@@ -37,19 +38,6 @@ QString sentences(int count, const QString &topic = QStringLiteral("story"))
     for (int i = 1; i <= count; ++i)
         text += QStringLiteral("Sentence number %1 tells another part of the %2! ").arg(i).arg(topic);
     return text;
-}
-
-// Seconds of audio in an MP3 file as ffprobe decodes it, -1 when it cannot.
-double decodedSeconds(const QString &path)
-{
-    QProcess ffprobe;
-    ffprobe.start(QStringLiteral("ffprobe"),
-                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
-                   QStringLiteral("format=duration"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
-    ffprobe.waitForFinished(60000);
-    bool ok = false;
-    const double seconds = ffprobe.readAllStandardOutput().trimmed().toDouble(&ok);
-    return ok ? seconds : -1;
 }
 
 // The text of a response.create event's one input message.

@@ -156,4 +156,16 @@ WavAnalysis analyseWav(const QString &wavPath)
     return result;
 }
 
+double decodedSeconds(const QString &path)
+{
+    QProcess ffprobe;
+    ffprobe.start(QStringLiteral("ffprobe"),
+                  {QStringLiteral("-v"), QStringLiteral("error"), QStringLiteral("-show_entries"),
+                   QStringLiteral("format=duration"), QStringLiteral("-of"), QStringLiteral("csv=p=0"), path});
+    ffprobe.waitForFinished(60000);
+    bool ok = false;
+    const double seconds = ffprobe.readAllStandardOutput().trimmed().toDouble(&ok);
+    return ffprobe.exitCode() == 0 && ok && ffprobe.readAllStandardError().isEmpty() ? seconds : -1;
+}
+
 } // namespace parlino::test

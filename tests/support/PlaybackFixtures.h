@@ -14,6 +14,9 @@ namespace parlino::test {
 // A pure sine tone as MP3 (mono, 44.1 kHz); false when lame failed.
 [[nodiscard]] bool makeToneMp3(double frequency, double seconds, const QString &mp3Path);
 
+// Seconds of audio in an audio file as ffprobe reads it, or -1 when ffprobe cannot read it cleanly.
+[[nodiscard]] double decodedSeconds(const QString &path);
+
 // Joins the files byte for byte, as the speech client joins its chunks.
 [[nodiscard]] bool concatenateFiles(const QStringList &parts, const QString &outputPath);
 
