@@ -1,10 +1,12 @@
 #include "playback/MpvAudioEngine.h"
 
 #include "core/Logging.h"
+#include "speech/Mp3Encoder.h"
 #include "speech/SpeechStream.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QTimer>
 
 #include <algorithm>
 #include <clocale>
@@ -117,6 +119,7 @@ MpvAudioEngine::MpvAudioEngine(const QString &audioOutput, const QList<QPair<QBy
     }
     for (const auto &option : kFixedOptions)
         mpv_set_option_string(m_mpv, option[0], option[1]);
+    m_audioOutput = audioOutput;
     mpv_set_option_string(m_mpv, "ao", audioOutput.toUtf8().constData());
     for (const auto &[name, value] : extraOptions) {
         if (const int rc = mpv_set_option_string(m_mpv, name.constData(), value.constData()); rc < 0)
@@ -142,6 +145,28 @@ MpvAudioEngine::MpvAudioEngine(const QString &audioOutput, const QList<QPair<QBy
 MpvAudioEngine::~MpvAudioEngine()
 {
     shutdown();
+}
+
+void MpvAudioEngine::warmUpOutput()
+{
+    if (!m_mpv)
+        return;
+    // Half a second of silence, made here so nothing is read from disk.
+    Mp3Encoder encoder(24000);
+    auto silence = std::make_shared<SpeechStream>();
+    silence->append(encoder.encode(QByteArray(24000 / 2 * 2, '\0')) + encoder.flush());
+    silence->finish();
+    auto *helper = new MpvAudioEngine(m_audioOutput, {}, this);
+    const auto done = [helper] {
+        helper->shutdown();
+        helper->deleteLater();
+    };
+    connect(helper, &AudioEngine::loaded, helper, &AudioEngine::play);
+    connect(helper, &AudioEngine::finished, helper, done);
+    connect(helper, &AudioEngine::loadFailed, helper, done);
+    // Whatever happens, the second core does not outlive its purpose.
+    QTimer::singleShot(std::chrono::seconds(10), helper, done);
+    helper->loadStream(silence);
 }
 
 void MpvAudioEngine::shutdown()

@@ -38,6 +38,10 @@ public:
     [[nodiscard]] bool isValid() const { return m_mpv != nullptr; }
     // Stops the core for good (at application exit); later loads fail.
     void shutdown();
+    // Opens the sound output once in the background by playing a moment of silence through a second,
+    // short-lived core. The first stream a process opens on the sound server can take a second to start
+    // sounding; afterwards, and for this engine's own first reading, it takes a few milliseconds.
+    void warmUpOutput();
 
     void load(const QString &location) override;
     void loadStream(std::shared_ptr<SpeechStream> stream) override;
@@ -66,6 +70,7 @@ private:
     void failLater(const QString &error);
 
     mpv_handle *m_mpv = nullptr;
+    QString m_audioOutput;
     // Streams handed to loadStream(), by the id in their URI; only the latest is kept.
     std::mutex m_streamsMutex;
     std::map<quint64, std::shared_ptr<SpeechStream>> m_streams;

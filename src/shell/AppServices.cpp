@@ -175,6 +175,8 @@ AudioPlayerManager &AppServices::player()
     if (!m_player) {
         // libmpv on PulseAudio (or ALSA).
         m_audioEngine = std::make_unique<MpvAudioEngine>();
+        // The sound server is opened now, so the first reading does not wait for it.
+        m_audioEngine->warmUpOutput();
         m_player = std::make_unique<AudioPlayerManager>(*m_audioEngine, usageTracker(), defaults(), Clock::system());
         appState().mirrorPlayer(*m_player);
         // Leave the sound server cleanly while the event loop still runs.
