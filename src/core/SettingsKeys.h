@@ -40,6 +40,12 @@ inline const QString userEmail = QStringLiteral("userEmail");
 inline const QString deviceID = QStringLiteral("deviceID");
 inline const QString legacyDeviceId = QStringLiteral("deviceId");
 
+// The usage account: this month's speech requests, those not yet sent, the month's statistics (JSON).
+inline const QString usageLogs = QStringLiteral("ttsUsageLogs");
+inline const QString pendingUsageLogs = QStringLiteral("pendingTTSUsageLogs");
+inline const QString monthlyUsageStats = QStringLiteral("monthlyUsageStats");
+inline const QString lastUsageSync = QStringLiteral("lastUsageSync");
+
 // Listening figures.
 inline const QString totalListeningTime = QStringLiteral("totalListeningTime");
 inline const QString playbackSpeedSum = QStringLiteral("playbackSpeedSum");
