@@ -56,7 +56,8 @@ QCoro::Task<> PodcastManager::deletePodcast(QUuid id)
 void PodcastManager::playPodcast(const Podcast &podcast)
 {
     PLOG(lcLibrary) << "▶️ PodcastManager: Playing podcast: " << podcast.title;
-    m_play(podcast);
+    if (m_play)
+        m_play(podcast);
 }
 
 void PodcastManager::sortNewestFirst()

@@ -70,7 +70,8 @@ bool SavedAudioManager::play(const SavedAudio &item)
         return false;
     }
     PLOG(lcLibrary) << "▶️ Playing saved audio: " << item.title;
-    m_play(path);
+    if (m_play)
+        m_play(path);
     return true;
 }
 

@@ -1,4 +1,5 @@
 #include "AwaitTask.h"
+#include "FileBytes.h"
 #include "LogCapture.h"
 #include "ManualClock.h"
 #include "OpenAITestServer.h"
@@ -122,10 +123,7 @@ void PodcastServiceTest::aGeneratedPodcastIsSpokenStoredAndPlayed()
 void PodcastServiceTest::aFailedStepStoresAndPlaysNothing()
 {
     const QStringList before = QDir(m_storage.folder()).entryList(QDir::Files);
-    const QByteArray index = [&] {
-        QFile file(m_storage.indexPath());
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    }();
+    const QByteArray index = readBytes(m_storage.indexPath());
 
     // The script comes, its title and summary do not.
     m_server.setChatFailure(OpenAITestServer::Failure::error(500, "{\"error\":{\"message\":\"overloaded\"}}"), 1);
@@ -143,8 +141,7 @@ void PodcastServiceTest::aFailedStepStoresAndPlaysNothing()
     QVERIFY(awaitTask(m_service.generatePodcast(QStringLiteral("Other text."), PodcastType::business)).error);
 
     QCOMPARE(QDir(m_storage.folder()).entryList(QDir::Files), before);
-    QFile file(m_storage.indexPath());
-    QCOMPARE(file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray(), index);
+    QCOMPARE(readBytes(m_storage.indexPath()), index);
     QVERIFY(m_played.isEmpty());
 }
 

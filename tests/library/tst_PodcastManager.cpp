@@ -1,11 +1,10 @@
 #include "AwaitTask.h"
+#include "FileBytes.h"
 #include "LogCapture.h"
 #include "TestEnvironment.h"
 #include "library/PodcastManager.h"
 #include "library/PodcastStorageService.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTest>
 
 using namespace parlino;
@@ -16,16 +15,25 @@ class PodcastManagerTest final : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
     void listsNewestFirstWhileTheIndexKeepsInsertionOrder();
     void aDamagedIndexIsReportedAndKept();
 
 private:
-    [[nodiscard]] Podcast podcast(const QString &title, int day) const;
+    [[nodiscard]] Podcast podcast(const QString &title, int day) const
+    {
+        return {QUuid::createUuid(),
+                title,
+                {},
+                QDateTime(QDate(2025, 5, day), QTime(12, 0), Qt::UTC),
+                1.0,
+                QUrl::fromLocalFile(m_mp3),
+                QStringLiteral("Source of ") + title,
+                QStringLiteral("Educational"),
+                3};
+    }
 
     TestEnvironment m_env;
     QString m_mp3;
-    QList<Podcast> m_played;
 };
 
 void PodcastManagerTest::initTestCase()
@@ -34,30 +42,12 @@ void PodcastManagerTest::initTestCase()
     QVERIFY(makeSpeechMp3(QStringLiteral("Welcome back."), m_mp3));
 }
 
-void PodcastManagerTest::init()
-{
-    QDir(PodcastStorageService::defaultFolder()).removeRecursively();
-    m_played.clear();
-}
-
-Podcast PodcastManagerTest::podcast(const QString &title, int day) const
-{
-    Podcast result;
-    result.id = QUuid::createUuid();
-    result.title = title;
-    result.generationDate = QDateTime(QDate(2025, 5, day), QTime(12, 0), Qt::UTC);
-    result.audioURL = QUrl::fromLocalFile(m_mp3);
-    result.sourceText = QStringLiteral("Source of ") + title;
-    result.podcastType = QStringLiteral("Educational");
-    return result;
-}
-
 void PodcastManagerTest::listsNewestFirstWhileTheIndexKeepsInsertionOrder()
 {
-    PodcastStorageService storage;
+    PodcastStorageService storage(m_env.root() + QStringLiteral("/list"));
     LogCapture log;
-    PodcastManager manager(storage, [this](const Podcast &played) { m_played.append(played); });
-    QVERIFY(manager.savedPodcasts().isEmpty());
+    QList<Podcast> played;
+    PodcastManager manager(storage, [&](const Podcast &podcast) { played.append(podcast); });
     QVERIFY(log.contains(QStringLiteral("✅ PodcastManager: Loaded 0 podcasts")));
 
     const auto titles = [](const QList<Podcast> &podcasts) {
@@ -70,16 +60,13 @@ void PodcastManagerTest::listsNewestFirstWhileTheIndexKeepsInsertionOrder()
         QVERIFY(awaitTask(manager.save(podcast(title, day))).value);
     QCOMPARE(titles(manager.savedPodcasts()), (QStringList{u"Newest"_qs, u"Middle"_qs, u"Oldest"_qs}));
     QCOMPARE(titles(storage.loadAllPodcasts()), (QStringList{u"Middle"_qs, u"Newest"_qs, u"Oldest"_qs}));
-    QVERIFY(log.containsInOrder({QStringLiteral("📝 PodcastManager: Saving podcast"),
-                                 QStringLiteral("💾 Saving podcast: Middle"),
-                                 QStringLiteral("✅ PodcastManager: Podcast saved and added to list")}));
-
-    PodcastManager reloaded(storage, [](const Podcast &) {});
-    QCOMPARE(reloaded.savedPodcasts(), manager.savedPodcasts());
+    QVERIFY(log.containsInOrder({u"📝 PodcastManager: Saving podcast"_qs, u"💾 Saving podcast: Middle"_qs,
+                                 u"✅ PodcastManager: Podcast saved and added to list"_qs}));
+    QCOMPARE(PodcastManager(storage, {}).savedPodcasts(), manager.savedPodcasts());
 
     const Podcast middle = manager.savedPodcasts()[1];
     manager.playPodcast(middle);
-    QCOMPARE(m_played, QList<Podcast>{middle});
+    QCOMPARE(played, QList<Podcast>{middle});
     QVERIFY(log.contains(QStringLiteral("▶️ PodcastManager: Playing podcast: Middle")));
 
     QVERIFY(awaitTask(manager.deletePodcast(middle.id)).value);
@@ -89,24 +76,18 @@ void PodcastManagerTest::listsNewestFirstWhileTheIndexKeepsInsertionOrder()
 
 void PodcastManagerTest::aDamagedIndexIsReportedAndKept()
 {
-    PodcastStorageService storage;
-    QDir().mkpath(storage.folder());
+    PodcastStorageService storage(m_env.root() + QStringLiteral("/damaged"));
     const QByteArray damaged = "{\"not\": \"a list\"}";
-    {
-        QFile file(storage.indexPath());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(damaged);
-    }
+    QVERIFY(writeBytes(storage.indexPath(), damaged));
     LogCapture log;
-    PodcastManager manager(storage, [this](const Podcast &played) { m_played.append(played); });
+    PodcastManager manager(storage, {});
     QVERIFY(manager.savedPodcasts().isEmpty());
     QCOMPARE(log.lines().filter(QStringLiteral("❌ PodcastManager: Failed to load podcasts: ")).size(), 1);
+    QCOMPARE(readBytes(storage.indexPath()), damaged);
 
     QVERIFY(awaitTask(manager.save(podcast(QStringLiteral("New"), 9))).error);
     QVERIFY(manager.savedPodcasts().isEmpty());
-    QFile file(storage.indexPath());
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QCOMPARE(file.readAll(), damaged);
+    QCOMPARE(readBytes(storage.indexPath()), damaged);
 }
 
 QTEST_GUILESS_MAIN(PodcastManagerTest)

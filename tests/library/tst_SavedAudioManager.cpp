@@ -1,14 +1,12 @@
 #include "AwaitTask.h"
+#include "FileBytes.h"
 #include "LogCapture.h"
 #include "TestEnvironment.h"
 #include "library/SavedAudioManager.h"
 #include "library/SavedAudioStorageService.h"
 
-#include <QDir>
-#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
-#include <QTimeZone>
 
 using namespace parlino;
 using namespace parlino::test;
@@ -18,12 +16,21 @@ class SavedAudioManagerTest final : public QObject {
 
 private Q_SLOTS:
     void initTestCase();
-    void init();
     void listsNewestFirstAndPlaysOnlyFilesThatExist();
     void aDamagedIndexIsReportedAndKept();
 
 private:
-    [[nodiscard]] SavedAudio item(const QString &title, int day) const;
+    [[nodiscard]] SavedAudio item(const QString &title, int hour) const
+    {
+        return {QUuid::createUuid(),
+                title,
+                QUrl::fromLocalFile(m_mp3),
+                QStringLiteral("Saved for later."),
+                QDateTime(QDate(2025, 3, 1), QTime(hour, 0), Qt::UTC),
+                std::nullopt,
+                1.5,
+                3};
+    }
 
     TestEnvironment m_env;
     QString m_mp3;
@@ -36,30 +43,11 @@ void SavedAudioManagerTest::initTestCase()
     QVERIFY(makeSpeechMp3(QStringLiteral("Saved for later."), m_mp3));
 }
 
-void SavedAudioManagerTest::init()
-{
-    QDir(SavedAudioStorageService::defaultFolder()).removeRecursively();
-    m_played.clear();
-}
-
-SavedAudio SavedAudioManagerTest::item(const QString &title, int day) const
-{
-    SavedAudio audio;
-    audio.id = QUuid::createUuid();
-    audio.title = title;
-    audio.audioURL = QUrl::fromLocalFile(m_mp3);
-    audio.sourceText = QStringLiteral("Saved for later.");
-    audio.createdDate = QDateTime(QDate(2025, 3, day), QTime(9, 0), Qt::UTC);
-    audio.wordCount = 3;
-    return audio;
-}
-
 void SavedAudioManagerTest::listsNewestFirstAndPlaysOnlyFilesThatExist()
 {
-    SavedAudioStorageService storage;
-    (void)storage.save(item(QStringLiteral("Middle"), 2));
-    (void)storage.save(item(QStringLiteral("Oldest"), 1));
-    (void)storage.save(item(QStringLiteral("Newest"), 3));
+    SavedAudioStorageService storage(m_env.root() + QStringLiteral("/list"));
+    for (const auto &[title, hour] : {std::pair{u"Middle"_qs, 10}, {u"Oldest"_qs, 9}, {u"Newest"_qs, 12}})
+        (void)storage.save(item(title, hour));
 
     LogCapture log;
     SavedAudioManager manager(storage, [this](const QString &path) { m_played.append(path); });
@@ -73,13 +61,10 @@ void SavedAudioManagerTest::listsNewestFirstAndPlaysOnlyFilesThatExist()
     QVERIFY(log.contains(QStringLiteral("✅ Loaded 3 saved audio items")));
 
     QSignalSpy saved(&manager, &SavedAudioManager::audioSaved);
-    SavedAudio second = item(QStringLiteral("Second"), 2);
-    second.createdDate = second.createdDate.addSecs(3600);
-    const auto saving = awaitTask(manager.save(second));
+    const auto saving = awaitTask(manager.save(item(QStringLiteral("Second"), 11)));
     QVERIFY(saving.value);
     QCOMPARE(saved.size(), 1);
     QCOMPARE(titles(), (QStringList{u"Newest"_qs, u"Second"_qs, u"Middle"_qs, u"Oldest"_qs}));
-
     SavedAudio renamed = *saving.value;
     renamed.title = QStringLiteral("Renamed");
     QVERIFY(awaitTask(manager.update(renamed)).value);
@@ -88,42 +73,32 @@ void SavedAudioManagerTest::listsNewestFirstAndPlaysOnlyFilesThatExist()
     QVERIFY(manager.play(renamed));
     QCOMPARE(m_played, QStringList{renamed.audioURL.toLocalFile()});
     QVERIFY(log.contains(QStringLiteral("▶️ Playing saved audio: Renamed")));
-
     // An item whose MP3 was removed by hand stays listed but cannot be played.
     const SavedAudio oldest = manager.savedAudioList().last();
     QVERIFY(QFile::remove(oldest.audioURL.toLocalFile()));
     QVERIFY(!manager.play(oldest));
     QCOMPARE(m_played.size(), 1);
     QVERIFY(log.contains(QStringLiteral("❌ Audio file not found at: ") + oldest.audioURL.toLocalFile()));
-    QCOMPARE(manager.savedAudioList().size(), 4);
 
     QVERIFY(awaitTask(manager.remove(oldest.id)).value);
     QCOMPARE(titles(), (QStringList{u"Newest"_qs, u"Renamed"_qs, u"Middle"_qs}));
-    SavedAudioManager reloaded(storage, [](const QString &) {});
-    QCOMPARE(reloaded.savedAudioList(), manager.savedAudioList());
+    QCOMPARE(SavedAudioManager(storage, {}).savedAudioList(), manager.savedAudioList());
 }
 
 void SavedAudioManagerTest::aDamagedIndexIsReportedAndKept()
 {
-    SavedAudioStorageService storage;
-    QDir().mkpath(storage.folder());
+    SavedAudioStorageService storage(m_env.root() + QStringLiteral("/damaged"));
     const QByteArray damaged = "[{\"title\": \"half";
-    {
-        QFile file(storage.indexPath());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(damaged);
-    }
+    QVERIFY(writeBytes(storage.indexPath(), damaged));
     LogCapture log;
-    SavedAudioManager manager(storage, [this](const QString &path) { m_played.append(path); });
+    SavedAudioManager manager(storage, {});
     QVERIFY(manager.savedAudioList().isEmpty());
     QCOMPARE(log.lines().filter(QStringLiteral("❌ Error loading saved audio: ")).size(), 1);
+    QCOMPARE(readBytes(storage.indexPath()), damaged);
 
-    const auto saving = awaitTask(manager.save(item(QStringLiteral("Lost?"), 4)));
-    QVERIFY(saving.error);
+    QVERIFY(awaitTask(manager.save(item(QStringLiteral("Lost?"), 8))).error);
     QVERIFY(manager.savedAudioList().isEmpty());
-    QFile file(storage.indexPath());
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QCOMPARE(file.readAll(), damaged);
+    QCOMPARE(readBytes(storage.indexPath()), damaged);
 }
 
 QTEST_GUILESS_MAIN(SavedAudioManagerTest)
