@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QString>
+
+#include <optional>
+
+namespace parlino {
+
+// One JSON array on disk that a storage service is the only writer of. Writes are atomic (a temporary
+// file renamed over the old one), so a failed write leaves the previous index whole. An index that
+// exists but cannot be read as an array is never replaced: read() throws, and so every change, which
+// reads before it writes, fails and leaves the file as the user can still recover it.
+class JsonIndexFile final {
+public:
+    explicit JsonIndexFile(QString path);
+
+    [[nodiscard]] const QString &path() const { return m_path; }
+    // The array, or nothing when no file exists. Throws LibraryError for an unreadable or corrupt file.
+    [[nodiscard]] std::optional<QJsonArray> read() const;
+    // Replaces the file with `json`, creating its folder first. Throws LibraryError on failure.
+    void write(const QByteArray &json) const;
+
+private:
+    QString m_path;
+};
+
+} // namespace parlino
