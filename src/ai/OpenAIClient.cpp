@@ -171,6 +171,16 @@ QString OpenAIClient::speechCacheVoice(TTSVoice voice) const
     return m_speech.cacheVoice(voice);
 }
 
+QString OpenAIClient::speechProviderName() const
+{
+    return m_speech.currentProvider().name();
+}
+
+QString OpenAIClient::speechModelName() const
+{
+    return m_speech.currentProvider().model();
+}
+
 QCoro::Task<QString> OpenAIClient::chatCompletion(QJsonArray messages, double temperature, int maxTokens,
                                                   QJsonObject responseFormat)
 {

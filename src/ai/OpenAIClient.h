@@ -50,6 +50,9 @@ public:
     QCoro::Task<> streamSpeech(QString text, TTSVoice voice, double speed, std::shared_ptr<SpeechStream> stream);
     // The voice part of the cache key for speech read now in `voice` (the provider's own voice).
     [[nodiscard]] QString speechCacheVoice(TTSVoice voice) const;
+    // The provider and model that read now ("openai-realtime", "gpt-realtime-2.1-mini"), for usage logs.
+    [[nodiscard]] QString speechProviderName() const;
+    [[nodiscard]] QString speechModelName() const;
 
     // ---- Chat ----
 

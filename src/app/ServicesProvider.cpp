@@ -9,7 +9,10 @@
 #include "speech/SpeechStream.h"
 #include "speech/TTSCacheService.h"
 #include "speech/TextChunker.h"
+#include "usage/SpeechPrices.h"
+#include "usage/UsageTrackingService.h"
 
+#include <QElapsedTimer>
 #include <QTemporaryFile>
 #include <QUrl>
 
@@ -168,6 +171,10 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
     const int fallbacksAtStart = m_connectionFallbacks;
     QString file;
     std::shared_ptr<SpeechStream> stream;
+    QElapsedTimer clock;
+    clock.start();
+    ReadingFigures figures;
+    const auto firstAudio = std::make_shared<std::optional<qint64>>();
     try {
         // What is spoken: the text itself, or what the chat model wrote from it.
         QString spoken = text;
@@ -186,6 +193,11 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         if (m_playStream && m_streamingEnabled && m_streamingEnabled()) {
             // Sound starts with the first bytes; the flow ends when the last chunk has arrived.
             stream = std::make_shared<SpeechStream>();
+            // The stream outlives this flow in the player, so the first audio's time is kept apart.
+            connect(stream.get(), &SpeechStream::grown, this, [firstAudio, clock](double) {
+                if (!*firstAudio)
+                    *firstAudio = clock.elapsed();
+            });
             m_playStream(stream);
             QCoro::Task<> streaming = m_client.streamSpeech(spoken, voice, speed, stream);
             co_await streaming;
@@ -197,11 +209,15 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             }
             PLOG(lcApp) << "✅ Successfully streamed "
                         << (texts.noun.isEmpty() ? QStringLiteral("audio") : texts.noun + QStringLiteral(" audio"));
+            figures.generationMs = clock.elapsed();
+            figures.firstAudioMs = *firstAudio;
+            figures.audioSeconds = stream->arrivedSeconds();
             if (!fitsInOneChunk(spoken) && readByCurrentVoice(fallbacksAtStart)) {
                 // The chunks are cached; the whole text is too, so the same request replays at once.
                 QCoro::Task<> caching = cacheWhole(stream->bytes(), spoken, m_client.speechCacheVoice(voice), speed);
                 co_await caching;
             }
+            recordUsage(flow, spoken, voice, figures);
             m_state.setIsProcessing(false);
             m_state.setProcessingProgress(1.0);
             Q_EMIT flowFinished(texts.flowName, QString());
@@ -210,6 +226,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
 
         QCoro::Task<QString> speech = m_client.generateSpeech(spoken, voice, speed);
         file = co_await speech;
+        figures.generationMs = clock.elapsed();
         if (flow == Flow::readAloud)
             PLOG(lcApp) << "✅ Successfully generated audio at: " << file;
         else
@@ -232,6 +249,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             co_await caching;
         }
         PLOG(lcApp) << "✅ " << texts.cachedNoun << " cached successfully";
+        recordUsage(flow, spoken, voice, figures);
     } catch (const std::exception &error) {
         PLOG(lcApp) << "❌ " << texts.failureLog << " failed: " << describe(error);
         if (stream && stream->arrivedSeconds() > 0) {
@@ -246,6 +264,47 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         co_return;
     }
     finishAndPlay(texts.flowName, file);
+}
+
+void ServicesProvider::enableUsageTracking(UsageTrackingService &usage)
+{
+    m_usage = &usage;
+}
+
+void ServicesProvider::recordUsage(Flow flow, const QString &spoken, TTSVoice voice, const ReadingFigures &figures)
+{
+    if (!m_usage)
+        return;
+    TTSUsageLog log;
+    log.timestamp = QDateTime::currentDateTimeUtc();
+    log.provider = m_client.speechProviderName();
+    log.modelName = m_client.speechModelName();
+    log.voiceName = m_client.speechCacheVoice(voice);
+    log.voiceTier = log.provider == u"offline" ? QStringLiteral("offline") : QStringLiteral("standard");
+    log.characterCount = characterCount(spoken);
+    log.costPerKChars = speechCentsPerThousandCharacters(log.modelName);
+    log.feature = flow == Flow::readSummary     ? QStringLiteral("read_summary")
+                  : flow == Flow::createPodcast ? QStringLiteral("podcast")
+                                                : QStringLiteral("read_aloud");
+    log.requestSource = QStringLiteral("unknown");
+    log.generationDurationMs = figures.generationMs;
+    log.timeToFirstByteMs = figures.firstAudioMs;
+    if (figures.audioSeconds)
+        log.audioDurationMs = static_cast<qint64>(*figures.audioSeconds * 1000);
+    if (figures.generationMs > 0)
+        log.throughputCharsPerSec =
+            static_cast<double>(log.characterCount) * 1000.0 / static_cast<double>(figures.generationMs);
+    log.daysInPeriod = m_usage->getDaysInCurrentPeriod();
+    const UsageEventType type = flow == Flow::readSummary     ? UsageEventType::readSummary
+                                : flow == Flow::createPodcast ? UsageEventType::podcast
+                                                              : UsageEventType::tts;
+    m_usage->addUsageLog(log, type);
+    PLOG(lcUsage) << "📊 Tracked TTS: " << log.characterCount << " chars | Provider: " << log.provider
+                  << " | Model: " << log.modelName << " | Voice: " << log.voiceName << " | Feature: " << log.feature
+                  << " | Source: " << log.requestSource
+                  << " | Cost: " << QString::asprintf("%.4f", log.costCents() / 100.0) << " | Duration: "
+                  << (log.audioDurationMs ? QString::number(*log.audioDurationMs) + QStringLiteral(" ms")
+                                          : QStringLiteral("unknown"));
 }
 
 void ServicesProvider::enableStreaming(PlayStreamFunction playStream, std::function<bool()> isEnabled)

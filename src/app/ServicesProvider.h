@@ -1,6 +1,7 @@
 #pragma once
 
 #include "speech/SpeechSynthesizer.h"
+#include "speech/TTSVoice.h"
 
 #include <QObject>
 #include <QString>
@@ -8,6 +9,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QUrl;
 
@@ -17,6 +19,7 @@ class AppState;
 class OpenAIClient;
 class SpeechStream;
 class TTSCacheService;
+class UsageTrackingService;
 class UserNotifier;
 
 // Turns captured text into playing audio: read aloud, a spoken summary, or a quick podcast. Each flow
@@ -38,6 +41,8 @@ public:
     // Speech is played while it arrives, through playStream, whenever isEnabled() says so at the start
     // of a flow; otherwise (and without this call) the whole file is made first, then played.
     void enableStreaming(PlayStreamFunction playStream, std::function<bool()> isEnabled);
+    // Every finished reading is logged in the usage account from then on.
+    void enableUsageTracking(UsageTrackingService &usage);
 
     QCoro::Task<> processReadAloud(QString text);
     QCoro::Task<> processReadSummary(QString text);
@@ -71,6 +76,13 @@ private:
     void beginFlow(const QString &text, const QString &message);
     void failFlow(const QString &flow, const QString &message);
     void finishAndPlay(const QString &flow, const QString &file);
+    // One usage log for a finished reading: what was spoken, by whom, how fast and for how long.
+    struct ReadingFigures {
+        qint64 generationMs = 0;
+        std::optional<qint64> firstAudioMs;
+        std::optional<double> audioSeconds;
+    };
+    void recordUsage(Flow flow, const QString &spoken, TTSVoice voice, const ReadingFigures &figures);
 
     AppState &m_state;
     OpenAIClient &m_client;
@@ -79,6 +91,7 @@ private:
     PlayStreamFunction m_playStream;
     std::function<bool()> m_streamingEnabled;
     UserNotifier &m_notifier;
+    UsageTrackingService *m_usage = nullptr;
     // Readings that went on offline because OpenAI could not be reached, so far.
     int m_connectionFallbacks = 0;
 };

@@ -31,6 +31,7 @@
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/MessageBoxPermissionDialogs.h"
 #include "usage/UsageTracker.h"
+#include "usage/UsageTrackingService.h"
 
 #include <QCoreApplication>
 #include <QUrl>
@@ -170,6 +171,19 @@ UsageTracker &AppServices::usageTracker()
     return *m_usageTracker;
 }
 
+UsageTrackingService &AppServices::usageTracking()
+{
+    if (!m_usageTracking) {
+        m_usageTracking = std::make_unique<UsageTrackingService>(defaults(), Clock::system());
+        // The month's characters are shown wherever the application state is.
+        AppState *state = &appState();
+        state->setCurrentMonthCharacters(m_usageTracking->currentMonthCharacters());
+        QObject::connect(m_usageTracking.get(), &UsageTrackingService::currentMonthCharactersChanged, state,
+                         &AppState::setCurrentMonthCharacters);
+    }
+    return *m_usageTracking;
+}
+
 AudioPlayerManager &AppServices::player()
 {
     if (!m_player) {
@@ -193,6 +207,7 @@ ServicesProvider &AppServices::servicesProvider()
         m_servicesProvider = std::make_unique<ServicesProvider>(
             appState(), openAIClient(), speechCache(), [audioPlayer](const QUrl &url) { audioPlayer->play(url); },
             notifier());
+        m_servicesProvider->enableUsageTracking(usageTracking());
         Defaults *settings = &defaults();
         m_servicesProvider->enableStreaming(
             [audioPlayer](std::shared_ptr<SpeechStream> stream) { audioPlayer->playStream(std::move(stream)); },

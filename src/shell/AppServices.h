@@ -28,6 +28,7 @@ class SpeechSynthesizer;
 class TTSCacheService;
 class TextCaptureService;
 class UsageTracker;
+class UsageTrackingService;
 
 // The process's long-lived objects, each built on first use with the others it needs, and wired
 // together: the one place that knows which concrete class stands behind each interface. The command
@@ -57,6 +58,8 @@ public:
     AppState &appState();
     DesktopNotifier &notifier();
     UsageTracker &usageTracker();
+    // The account of synthesised characters and their cost, this month's and the logs still to send.
+    UsageTrackingService &usageTracking();
     AudioPlayerManager &player();
     ServicesProvider &servicesProvider();
     TextCaptureService &textCapture();
@@ -81,6 +84,7 @@ private:
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<UsageTracker> m_usageTracker;
+    std::unique_ptr<UsageTrackingService> m_usageTracking;
     std::unique_ptr<MpvAudioEngine> m_audioEngine;
     std::unique_ptr<AudioPlayerManager> m_player;
     std::unique_ptr<ServicesProvider> m_servicesProvider;

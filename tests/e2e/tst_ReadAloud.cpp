@@ -5,7 +5,11 @@
 
 #include <QDir>
 #include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
+#include <QSettings>
 #include <QTest>
 
 using namespace parlino::test;
@@ -243,6 +247,15 @@ private Q_SLOTS:
         }
         QCOMPARE(spokenInputs(m_server), QStringList{first});
         QCOMPARE(m_realtime.receivedEvents(QStringLiteral("response.create")).size(), 1);
+
+        // The usage account names what really read, with the reading's real figures.
+        const QJsonObject usage = lastUsageLog();
+        QCOMPARE(usage.value(u"provider").toString(), QStringLiteral("openai-realtime"));
+        QCOMPARE(usage.value(u"modelName").toString(), QStringLiteral("gpt-realtime-2.1-mini"));
+        QCOMPARE(usage.value(u"characterCount").toInt(), first.size());
+        QCOMPARE(usage.value(u"platform").toString(), QStringLiteral("linux"));
+        QVERIFY(usage.value(u"timeToFirstByteMs").toInt() > 0);
+        QVERIFY(usage.value(u"audioDurationMs").toInt() > 1000);
         QVERIFY(m_app->waitForLine(QStringLiteral("✅ AVPlayerItem ready to play!")));
         QTRY_COMPARE_WITH_TIMEOUT(notificationCount(), notificationsBefore + 1, 5000);
 
@@ -298,6 +311,15 @@ private Q_SLOTS:
     }
 
 private:
+    // The newest speech request in the app's usage account, as its settings file holds it.
+    QJsonObject lastUsageLog() const
+    {
+        QSettings settings(m_env.defaultsFile(), QSettings::IniFormat);
+        const QJsonArray logs =
+            QJsonDocument::fromJson(settings.value(QStringLiteral("ttsUsageLogs")).toByteArray()).array();
+        return logs.isEmpty() ? QJsonObject() : logs.last().toObject();
+    }
+
     int plays() { return static_cast<int>(m_app->lines().count(QStringLiteral("🎵 AudioPlayerManager.play() called"))); }
 
     TestEnvironment m_env;
