@@ -1,0 +1,41 @@
+#include "ui/QtSaveFileDialog.h"
+
+#include <QDir>
+#include <QFileDialog>
+#include <QStandardPaths>
+
+namespace parlino {
+
+QtSaveFileDialog::~QtSaveFileDialog()
+{
+    delete m_dialog;
+}
+
+void QtSaveFileDialog::askForSaveLocation(const QString &suggestedFilename, const QString &message, Completion done)
+{
+    if (m_dialog)
+        m_dialog->reject();
+
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    auto *dialog = new QFileDialog(nullptr, message, QDir(folder).filePath(suggestedFilename),
+                                   QStringLiteral("MP3 audio (*.mp3)"));
+    m_dialog = dialog;
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setFileMode(QFileDialog::AnyFile);
+    dialog->setDefaultSuffix(QStringLiteral("mp3"));
+    dialog->setLabelText(QFileDialog::FileName, message);
+    dialog->setObjectName(QStringLiteral("saveFileDialog"));
+    QObject::connect(dialog, &QFileDialog::finished, dialog, [dialog, done = std::move(done)](int result) {
+        const QStringList chosen = dialog->selectedFiles();
+        if (result == QDialog::Accepted && !chosen.isEmpty())
+            done(chosen.first());
+        else
+            done(std::nullopt);
+    });
+    dialog->open();
+    dialog->raise();
+    dialog->activateWindow();
+}
+
+} // namespace parlino
