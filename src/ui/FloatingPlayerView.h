@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QFrame>
+#include <QPointer>
 #include <QString>
 
 class QLabel;
@@ -79,7 +80,7 @@ private:
     QToolButton *m_podcastButton = nullptr;
     QToolButton *m_saveButton = nullptr;
     QToolButton *m_downloadButton = nullptr;
-    LibraryActions *m_library = nullptr;
+    QPointer<LibraryActions> m_library;
 
     QPoint m_dragLastGlobal;
     bool m_dragging = false;
