@@ -24,7 +24,6 @@ void QtSaveFileDialog::askForSaveLocation(const QString &suggestedFilename, cons
     dialog->setAcceptMode(QFileDialog::AcceptSave);
     dialog->setFileMode(QFileDialog::AnyFile);
     dialog->setDefaultSuffix(QStringLiteral("mp3"));
-    dialog->setLabelText(QFileDialog::FileName, message);
     dialog->setObjectName(QStringLiteral("saveFileDialog"));
     QObject::connect(dialog, &QFileDialog::finished, dialog, [dialog, done = std::move(done)](int result) {
         const QStringList chosen = dialog->selectedFiles();
@@ -33,7 +32,8 @@ void QtSaveFileDialog::askForSaveLocation(const QString &suggestedFilename, cons
         else
             done(std::nullopt);
     });
-    dialog->open();
+    // Modeless: the floating player keeps playing and answering while the user chooses.
+    dialog->show();
     dialog->raise();
     dialog->activateWindow();
 }

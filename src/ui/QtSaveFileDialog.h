@@ -8,7 +8,8 @@ class QFileDialog;
 
 namespace parlino {
 
-// The desktop's save dialog, opened without blocking: the answer arrives when the user closes it.
+// The desktop's save dialog, modeless and titled with the message, starting in the music folder: the
+// answer arrives when the user closes it.
 // A second request while one is open replaces it (the first then counts as cancelled).
 class QtSaveFileDialog final : public SaveFileDialog {
 public:
