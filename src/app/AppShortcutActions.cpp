@@ -82,12 +82,14 @@ void AppShortcutActions::adjustSpeedFaster(bool increase)
 // Into the download folder (the save dialog when none is chosen).
 void AppShortcutActions::downloadAudio()
 {
+    PLOG(lcApp) << "🎯 Download Audio shortcut triggered";
     if (m_library)
         m_library->download();
 }
 
 void AppShortcutActions::saveAudio()
 {
+    PLOG(lcApp) << "🎯 Save Audio shortcut triggered";
     if (m_library)
         m_library->saveWithDialog();
 }

@@ -16,7 +16,10 @@ void QtSaveFileDialog::askForSaveLocation(const QString &suggestedFilename, cons
     if (m_dialog)
         m_dialog->reject();
 
-    const QString folder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    // The music folder when the user has one, else home (never the folder the app was started in).
+    QString folder = QStandardPaths::writableLocation(QStandardPaths::MusicLocation);
+    if (!QDir(folder).exists())
+        folder = QDir::homePath();
     auto *dialog = new QFileDialog(nullptr, message, QDir(folder).filePath(suggestedFilename),
                                    QStringLiteral("MP3 audio (*.mp3)"));
     m_dialog = dialog;
@@ -25,6 +28,8 @@ void QtSaveFileDialog::askForSaveLocation(const QString &suggestedFilename, cons
     dialog->setFileMode(QFileDialog::AnyFile);
     dialog->setDefaultSuffix(QStringLiteral("mp3"));
     dialog->setObjectName(QStringLiteral("saveFileDialog"));
+    // The floating player stays above other windows; the dialog it opened must not end up under it.
+    dialog->setWindowFlag(Qt::WindowStaysOnTopHint);
     QObject::connect(dialog, &QFileDialog::finished, dialog, [dialog, done = std::move(done)](int result) {
         const QStringList chosen = dialog->selectedFiles();
         if (result == QDialog::Accepted && !chosen.isEmpty())

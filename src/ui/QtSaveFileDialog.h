@@ -8,9 +8,9 @@ class QFileDialog;
 
 namespace parlino {
 
-// The desktop's save dialog, modeless and titled with the message, starting in the music folder: the
-// answer arrives when the user closes it.
-// A second request while one is open replaces it (the first then counts as cancelled).
+// The desktop's save dialog, modeless and titled with the message, starting in the music folder (else home) and kept
+// above the floating player: the answer arrives when the user closes it. A second request while one is open replaces it
+// (the first then counts as cancelled).
 class QtSaveFileDialog final : public SaveFileDialog {
 public:
     QtSaveFileDialog() = default;
