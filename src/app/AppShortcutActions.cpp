@@ -1,6 +1,7 @@
 #include "app/AppShortcutActions.h"
 
 #include "app/AppState.h"
+#include "app/LibraryActions.h"
 #include "app/ServicesProvider.h"
 #include "app/UserNotifier.h"
 #include "core/Logging.h"
@@ -78,14 +79,22 @@ void AppShortcutActions::adjustSpeedFaster(bool increase)
     stepSpeed(increase ? 2 : -2);
 }
 
-// Export, the save panel, the library and voice questions arrive with their features; their shortcuts
-// are logged by the shortcut manager and do nothing else yet.
+// Into the download folder (the save dialog when none is chosen).
 void AppShortcutActions::downloadAudio()
 {
+    PLOG(lcApp) << "🎯 Download Audio shortcut triggered";
+    if (m_library)
+        m_library->download();
 }
+
 void AppShortcutActions::saveAudio()
 {
+    PLOG(lcApp) << "🎯 Save Audio shortcut triggered";
+    if (m_library)
+        m_library->saveWithDialog();
 }
+
+// There is no library window yet; the shortcut manager logs the press and nothing else happens.
 void AppShortcutActions::openLibrary()
 {
 }

@@ -6,6 +6,7 @@ namespace parlino {
 
 class AppState;
 class AudioPlayerManager;
+class LibraryActions;
 class ServicesProvider;
 class TextCaptureService;
 class UserNotifier;
@@ -16,6 +17,9 @@ class AppShortcutActions final : public ShortcutActions {
 public:
     AppShortcutActions(ServicesProvider &services, AudioPlayerManager &player, AppState &state,
                        TextCaptureService &capture, UserNotifier &notifier);
+
+    // Download and save act on the playing audio through these; without them they do nothing.
+    void setLibraryActions(LibraryActions *library) { m_library = library; }
 
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
@@ -40,6 +44,7 @@ private:
     AppState &m_state;
     TextCaptureService &m_capture;
     UserNotifier &m_notifier;
+    LibraryActions *m_library = nullptr;
 };
 
 } // namespace parlino

@@ -5,7 +5,7 @@ namespace parlino {
 namespace {
 
 // Subcommands that other parts of the app register with this parser.
-const QStringList kSubcommands{QStringLiteral("synthesize"), QStringLiteral("summarize")};
+const QStringList kSubcommands{QStringLiteral("synthesize"), QStringLiteral("summarize"), QStringLiteral("library")};
 
 } // namespace
 
@@ -85,6 +85,7 @@ QString usageText()
         "      --output FILE         where to write the MP3 (default: a new file in the current folder)\n"
         "  summarize [--length short|medium|long] [TEXT|-]\n"
         "                            print a spoken-style summary of TEXT (or standard input)\n"
+        "  library list [--json]     list the saved audio and the podcasts, newest first\n"
         "  parlino://...             hand a parlino link to the running app\n"
         "  -h, --help                show this help\n"
         "  -v, --version             show the version\n"

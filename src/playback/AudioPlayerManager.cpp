@@ -62,6 +62,11 @@ void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream)
 {
     PLOG(lcPlayback) << "🎵 AudioPlayerManager.playStream() called";
     stop(false);
+    // The file before it is no longer what plays; keeping its URL would let it be saved by mistake.
+    if (m_currentURL) {
+        m_currentURL.reset();
+        Q_EMIT currentURLChanged();
+    }
     m_currentStream = stream;
     startItem([this, stream] { m_engine.loadStream(stream); });
 }

@@ -51,7 +51,7 @@ public:
     // that cannot be loaded is logged and stays silent.
     void play(const QUrl &url);
     // Plays speech that is still arriving, from its first bytes; stop() (and any later play) cancels
-    // the stream, so its remaining pieces are not requested.
+    // the stream, so its remaining pieces are not requested. currentURL is cleared: no file plays.
     void playStream(std::shared_ptr<SpeechStream> stream);
     // Pauses, or resumes at the chosen rate; at the end of the file resuming starts it again.
     void togglePlayPause();
@@ -67,6 +67,8 @@ public:
     [[nodiscard]] double duration() const { return m_duration; }
     [[nodiscard]] float playbackRate() const { return m_playbackRate; }
     [[nodiscard]] const std::optional<QUrl> &currentURL() const { return m_currentURL; }
+    // The reading that plays while it arrives (it has no file); null for a file.
+    [[nodiscard]] const std::shared_ptr<SpeechStream> &currentStream() const { return m_currentStream; }
     // True while a file is loaded (or loading), also after it finished.
     [[nodiscard]] bool hasItem() const { return m_hasItem; }
     [[nodiscard]] AudioEngine &engine() const { return m_engine; }

@@ -3,7 +3,9 @@
 #include "ai/OpenAIClient.h"
 #include "app/AppShortcutActions.h"
 #include "app/AppState.h"
+#include "app/LibraryActions.h"
 #include "app/PermissionManager.h"
+#include "app/PodcastService.h"
 #include "app/ServicesProvider.h"
 #include "backend/KeychainService.h"
 #include "backend/ModelAvailability.h"
@@ -11,10 +13,16 @@
 #include "backend/OpenAIConnection.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
+#include "core/Error.h"
 #include "core/SettingsKeys.h"
 #include "input/KeyboardShortcutManager.h"
 #include "input/KeyboardShortcutPreferences.h"
 #include "input/TextCaptureService.h"
+#include "library/AudioExportService.h"
+#include "library/PodcastManager.h"
+#include "library/PodcastStorageService.h"
+#include "library/SavedAudioManager.h"
+#include "library/SavedAudioStorageService.h"
 #include "platform/linux/DesktopNotifier.h"
 #include "platform/linux/LinuxInputPlatform.h"
 #include "platform/linux/LinuxPermissionProbe.h"
@@ -30,13 +38,31 @@
 #include "ui/FloatingPlayerView.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/MessageBoxPermissionDialogs.h"
+#include "ui/QtSaveFileDialog.h"
 #include "usage/UsageTracker.h"
 #include "usage/UsageTrackingService.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QUrl>
 
 namespace parlino {
+
+namespace {
+
+// Seconds of audio in an MP3 file, counted from its frames as a stream of it would be.
+QCoro::Task<double> measureMp3(QString path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw Error(QStringLiteral("Could not read the audio to measure it: ") + file.errorString());
+    SpeechStream stream;
+    stream.append(file.readAll());
+    stream.finish();
+    co_return stream.arrivedSeconds();
+}
+
+} // namespace
 
 AppServices::AppServices() = default;
 
@@ -233,6 +259,7 @@ KeyboardShortcutManager &AppServices::shortcutManager()
     if (!m_shortcutManager) {
         m_shortcutActions =
             std::make_unique<AppShortcutActions>(servicesProvider(), player(), appState(), textCapture(), notifier());
+        m_shortcutActions->setLibraryActions(&libraryActions());
         m_shortcutPreferences = std::make_unique<KeyboardShortcutPreferences>(defaults());
         m_shortcutManager =
             std::make_unique<KeyboardShortcutManager>(LinuxInputPlatform::createHotKeyBackend(), *m_shortcutPreferences,
@@ -254,12 +281,86 @@ PermissionManager &AppServices::permissionManager()
     return *m_permissionManager;
 }
 
+SavedAudioManager &AppServices::savedAudio()
+{
+    if (!m_savedAudio) {
+        m_savedAudioStorage = std::make_unique<SavedAudioStorageService>();
+        AudioPlayerManager *audioPlayer = &player();
+        AppState *state = &appState();
+        // The player shows the item's own title and text, found by its file.
+        m_savedAudio =
+            std::make_unique<SavedAudioManager>(*m_savedAudioStorage, [this, audioPlayer, state](const QString &path) {
+                for (const SavedAudio &item : m_savedAudio->savedAudioList()) {
+                    if (item.audioURL.toLocalFile() == path) {
+                        state->setCurrentPlayingTitle(item.title);
+                        state->setCurrentPlayingContext(item.sourceText);
+                    }
+                }
+                audioPlayer->play(QUrl::fromLocalFile(path));
+            });
+    }
+    return *m_savedAudio;
+}
+
+PodcastManager &AppServices::podcasts()
+{
+    if (!m_podcasts) {
+        m_podcastStorage = std::make_unique<PodcastStorageService>();
+        AudioPlayerManager *audioPlayer = &player();
+        AppState *state = &appState();
+        m_podcasts = std::make_unique<PodcastManager>(*m_podcastStorage, [audioPlayer, state](const Podcast &podcast) {
+            state->setCurrentPlayingTitle(podcast.title);
+            state->setCurrentPlayingContext(podcast.sourceText);
+            audioPlayer->play(podcast.audioURL);
+        });
+    }
+    return *m_podcasts;
+}
+
+PodcastService &AppServices::podcastService()
+{
+    if (!m_podcastService)
+        m_podcastService =
+            std::make_unique<PodcastService>(openAIClient(), podcasts(), appState(), &measureMp3, Clock::system());
+    return *m_podcastService;
+}
+
+AudioExportService &AppServices::audioExport()
+{
+    if (!m_audioExport) {
+        m_saveDialog = std::make_unique<QtSaveFileDialog>();
+        OpenAIClient *client = &openAIClient();
+        AppState *state = &appState();
+        m_audioExport = std::make_unique<AudioExportService>(
+            [client](QString context) { return client->generateAudioTitle(std::move(context)); },
+            [state] { return state->downloadLocation(); }, *m_saveDialog, Clock::system());
+        QObject::connect(
+            m_audioExport.get(), &AudioExportService::notificationRequested, m_audioExport.get(),
+            [notifier = &notifier()](const QString &title, const QString &body) { notifier->notify(title, body); });
+    }
+    return *m_audioExport;
+}
+
+LibraryActions &AppServices::libraryActions()
+{
+    if (!m_libraryActions) {
+        OpenAIClient *client = &openAIClient();
+        m_libraryActions = std::make_unique<LibraryActions>(
+            appState(), player(), savedAudio(), podcastService(), audioExport(),
+            [client](QString context) { return client->generateAudioTitle(std::move(context)); }, notifier(),
+            Clock::system());
+    }
+    return *m_libraryActions;
+}
+
 FloatingPlayerWindowController &AppServices::floatingPlayer()
 {
     if (!m_floatingPlayer) {
         m_floatingPlayer =
             std::make_unique<FloatingPlayerWindowController>(appState(), player(), &X11WindowHints::placeOnAllDesktops);
-        m_floatingPlayer->setContentView(new FloatingPlayerView(appState(), player(), *m_floatingPlayer));
+        auto *view = new FloatingPlayerView(appState(), player(), *m_floatingPlayer);
+        view->setLibraryActions(libraryActions());
+        m_floatingPlayer->setContentView(view);
     }
     return *m_floatingPlayer;
 }

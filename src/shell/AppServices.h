@@ -6,6 +6,7 @@ namespace parlino {
 
 class AppShortcutActions;
 class AppState;
+class AudioExportService;
 class AudioPlayerManager;
 class Defaults;
 class DesktopNotifier;
@@ -13,6 +14,7 @@ class FloatingPlayerWindowController;
 class KeyboardShortcutManager;
 class KeyboardShortcutPreferences;
 class KeychainService;
+class LibraryActions;
 class LinuxInputPlatform;
 class LinuxPermissionProbe;
 class MessageBoxPermissionDialogs;
@@ -23,6 +25,12 @@ class OpenAIClient;
 class OpenAIConnection;
 class OfflineSpeechProvider;
 class PermissionManager;
+class PodcastManager;
+class PodcastService;
+class PodcastStorageService;
+class QtSaveFileDialog;
+class SavedAudioManager;
+class SavedAudioStorageService;
 class ServicesProvider;
 class SpeechSynthesizer;
 class TTSCacheService;
@@ -65,6 +73,12 @@ public:
     TextCaptureService &textCapture();
     KeyboardShortcutManager &shortcutManager();
     PermissionManager &permissionManager();
+    // The saved-audio and podcast libraries, export, and the actions that keep the playing audio.
+    SavedAudioManager &savedAudio();
+    PodcastManager &podcasts();
+    PodcastService &podcastService();
+    AudioExportService &audioExport();
+    LibraryActions &libraryActions();
     FloatingPlayerWindowController &floatingPlayer();
 
 private:
@@ -96,6 +110,14 @@ private:
     std::unique_ptr<LinuxPermissionProbe> m_permissionProbe;
     std::unique_ptr<MessageBoxPermissionDialogs> m_permissionDialogs;
     std::unique_ptr<PermissionManager> m_permissionManager;
+    std::unique_ptr<SavedAudioStorageService> m_savedAudioStorage;
+    std::unique_ptr<SavedAudioManager> m_savedAudio;
+    std::unique_ptr<PodcastStorageService> m_podcastStorage;
+    std::unique_ptr<PodcastManager> m_podcasts;
+    std::unique_ptr<PodcastService> m_podcastService;
+    std::unique_ptr<QtSaveFileDialog> m_saveDialog;
+    std::unique_ptr<AudioExportService> m_audioExport;
+    std::unique_ptr<LibraryActions> m_libraryActions;
     std::unique_ptr<FloatingPlayerWindowController> m_floatingPlayer;
 };
 

@@ -6,11 +6,14 @@
 #include "app/ServicesProvider.h"
 #include "backend/ModelAvailability.h"
 #include "backend/OpenAIConnection.h"
+#include "cli/LibraryCommands.h"
 #include "cli/OpenAICommands.h"
 #include "cli/ServiceClient.h"
 #include "core/Logging.h"
 #include "input/HotKeyID.h"
 #include "input/KeyboardShortcutManager.h"
+#include "library/PodcastStorageService.h"
+#include "library/SavedAudioStorageService.h"
 #include "platform/linux/DBusApplicationService.h"
 #include "platform/linux/DBusServicesEndpoint.h"
 #include "playback/AudioPlayerManager.h"
@@ -42,6 +45,8 @@ ParlinoApp::~ParlinoApp()
 
 int ParlinoApp::runSubcommand(const LaunchRequest &request)
 {
+    if (request.command == u"library")
+        return runLibraryCommand(SavedAudioStorageService(), PodcastStorageService(), request.arguments);
     AppServices services;
     if (request.command == u"synthesize")
         return runSynthesizeCommand(services.speechSynthesizer(), services.offlineSpeech(), request.arguments);

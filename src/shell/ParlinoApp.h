@@ -29,7 +29,7 @@ public:
     // Runs the tray app for a request (plain start, play, URLs); returns the process exit code.
     int run(const LaunchRequest &request);
 
-    // A subcommand (synthesize, summarize): needs a QCoreApplication, no display.
+    // A subcommand (synthesize, summarize, library): needs a QCoreApplication, no display.
     static int runSubcommand(const LaunchRequest &request);
     // --read-aloud / --read-summary: hands the text to the running app, starting it when needed.
     static int runServiceRequest(const LaunchRequest &request);

@@ -1,6 +1,7 @@
 #include "ui/FloatingPlayerView.h"
 
 #include "app/AppState.h"
+#include "app/LibraryActions.h"
 #include "core/Logging.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/PlaybackSpeed.h"
@@ -25,6 +26,7 @@ namespace parlino {
 namespace {
 
 constexpr int kProgressScale = 1000;
+const QString kArrivingNote = QStringLiteral("Available once the whole reading has arrived");
 
 QList<double> speedPoints()
 {
@@ -204,6 +206,27 @@ void FloatingPlayerView::buildLayout()
     sliderRow->addWidget(m_speedSlider);
     root->addLayout(sliderRow);
 
+    // Keeping what plays: shown once the library actions are set.
+    m_libraryRow = new QWidget(this);
+    auto *library = new QHBoxLayout(m_libraryRow);
+    library->setContentsMargins(0, 0, 10, 0);
+    library->setSpacing(4);
+    m_podcastButton = makeButton(m_libraryRow, QStringLiteral("podcastButton"),
+                                 QStringLiteral("Generate an AI podcast from this content"));
+    m_podcastButton->setIcon(themedIcon(this, QStringLiteral("audio-input-microphone"), QStyle::SP_MediaVolume));
+    m_saveButton = makeButton(m_libraryRow, QStringLiteral("saveButton"), QStringLiteral("Save audio to library"));
+    m_saveButton->setIcon(themedIcon(this, QStringLiteral("document-save"), QStyle::SP_DialogSaveButton));
+    m_downloadButton = makeButton(m_libraryRow, QStringLiteral("downloadButton"), QStringLiteral("Download MP3 file"));
+    m_downloadButton->setIcon(themedIcon(this, QStringLiteral("document-save-as"), QStyle::SP_ArrowDown));
+    for (QToolButton *button : {m_podcastButton, m_saveButton, m_downloadButton}) {
+        button->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
+        button->setIconSize(QSize(18, 18));
+        button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+        library->addWidget(button);
+    }
+    m_libraryRow->hide();
+    root->addWidget(m_libraryRow);
+
     // The resize handle sits in the corner, over the layout.
     m_resizeGrip = new FloatingPlayerResizeGrip(this);
 }
@@ -303,6 +326,44 @@ void FloatingPlayerView::updateSpeechNotice()
     m_speechNotice->setText(notice);
     m_speechNotice->setAccessibleName(notice);
     m_speechNotice->setVisible(!notice.isEmpty());
+}
+
+void FloatingPlayerView::setLibraryActions(LibraryActions &actions)
+{
+    m_library = &actions;
+    connect(m_podcastButton, &QToolButton::clicked, this, [this] { m_library->generatePodcast(); });
+    connect(m_saveButton, &QToolButton::clicked, this, [this] { m_library->saveForLater(); });
+    connect(m_downloadButton, &QToolButton::clicked, this, [this] { m_library->download(); });
+    connect(m_library, &LibraryActions::audioAvailabilityChanged, this, &FloatingPlayerView::updateLibraryButtons);
+    for (auto changed : {&AppState::isGeneratingPodcastChanged, &AppState::isSavingAudioChanged,
+                         &AppState::isDownloadingChanged, &AppState::currentPlayingContextChanged})
+        connect(&m_appState, changed, this, &FloatingPlayerView::updateLibraryButtons);
+    m_libraryRow->show();
+    updateLibraryButtons();
+}
+
+void FloatingPlayerView::updateLibraryButtons()
+{
+    if (!m_library)
+        return;
+    const bool hasText = !m_appState.currentPlayingContext().isEmpty();
+    const bool generating = m_appState.isGeneratingPodcast();
+    m_podcastButton->setText(generating ? QStringLiteral("Generating...") : QStringLiteral("Generate Podcast"));
+    m_podcastButton->setEnabled(hasText && !generating);
+
+    // A reading that still arrives has no file to keep yet; the help text says why the buttons wait.
+    const bool arriving = m_library->isAudioArriving();
+    const bool saving = m_appState.isSavingAudio();
+    const bool downloading = m_appState.isDownloading();
+    m_saveButton->setText(saving ? QStringLiteral("Saving...") : QStringLiteral("Save"));
+    m_downloadButton->setText(downloading ? QStringLiteral("Downloading...") : QStringLiteral("Download"));
+    m_saveButton->setEnabled(hasText && !arriving && !saving);
+    m_downloadButton->setEnabled(hasText && !arriving && !downloading);
+    for (QToolButton *button : {m_saveButton, m_downloadButton}) {
+        const QString help = button->accessibleName();
+        button->setToolTip(arriving ? help + QStringLiteral(" (") + kArrivingNote + u')' : help);
+        button->setAccessibleDescription(arriving ? kArrivingNote : QString());
+    }
 }
 
 void FloatingPlayerView::handleCloseButton()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QFrame>
+#include <QPointer>
 #include <QString>
 
 class QLabel;
@@ -11,15 +12,16 @@ namespace parlino {
 
 class AppState;
 class AudioPlayerManager;
+class LibraryActions;
 class FloatingPlayerResizeGrip;
 class FloatingPlayerWindowController;
 class SnapSlider;
 
 // The content of the floating player: what is playing, its progress with times, skip back 15 s,
 // play/pause, skip forward 30 s, a speed slider that rests on the playback speeds, and a close
-// button; while a request is being prepared, its progress line; when the offline voice reads instead
-// of the chosen one, a line that says so. Dragging the background moves the
-// window, the corner handle resizes it. Observes AppState and forwards actions to the player.
+// button; with the library actions set, podcast, save and download buttons; while a request is being prepared, its
+// progress line; when the offline voice reads instead of the chosen one, a line that says so. Dragging the background
+// moves the window, the corner handle resizes it. Observes AppState and forwards actions to the player.
 class FloatingPlayerView final : public QFrame {
     Q_OBJECT
 public:
@@ -28,6 +30,9 @@ public:
 
     FloatingPlayerView(AppState &appState, AudioPlayerManager &player, FloatingPlayerWindowController &controller,
                        QWidget *parent = nullptr);
+
+    // Shows the podcast, save and download buttons, which act through `actions`.
+    void setLibraryActions(LibraryActions &actions);
 
     // Whole seconds as minutes:seconds ("0:07", "12:30"); negative or unknown times read "0:00".
     [[nodiscard]] static QString formatTime(double seconds);
@@ -48,6 +53,7 @@ private:
     void updateSpeed();
     void updateProcessing();
     void updateSpeechNotice();
+    void updateLibraryButtons();
     void handleCloseButton();
 
     AppState &m_appState;
@@ -70,6 +76,11 @@ private:
     QLabel *m_speedValue = nullptr;
     SnapSlider *m_speedSlider = nullptr;
     FloatingPlayerResizeGrip *m_resizeGrip = nullptr;
+    QWidget *m_libraryRow = nullptr;
+    QToolButton *m_podcastButton = nullptr;
+    QToolButton *m_saveButton = nullptr;
+    QToolButton *m_downloadButton = nullptr;
+    QPointer<LibraryActions> m_library;
 
     QPoint m_dragLastGlobal;
     bool m_dragging = false;

@@ -1,12 +1,30 @@
 // Runs inside the headless desktop: a real X server, window manager and windows.
+#include "FileBytes.h"
 #include "LogCapture.h"
+#include "OpenAITestServer.h"
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
+#include "ai/OpenAIClient.h"
 #include "app/AppState.h"
+#include "app/LibraryActions.h"
+#include "app/PodcastService.h"
+#include "app/UserNotifier.h"
+#include "backend/ModelSettings.h"
+#include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
+#include "library/AudioExportService.h"
+#include "library/PodcastManager.h"
+#include "library/PodcastStorageService.h"
+#include "library/SaveFileDialog.h"
+#include "library/SavedAudioManager.h"
+#include "library/SavedAudioStorageService.h"
 #include "platform/linux/X11WindowHints.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
+#include "speech/SpeechEndpointProvider.h"
+#include "speech/SpeechStream.h"
+#include "speech/SpeechSynthesizer.h"
+#include "speech/TTSCacheService.h"
 #include "ui/FloatingPlayerView.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/SnapSlider.h"
@@ -22,11 +40,79 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
 #include <QToolButton>
 
 #include <memory>
 
 using namespace parlino;
+
+namespace {
+
+// Where the desktop notifications would go.
+class RecordingNotifier final : public UserNotifier {
+public:
+    QList<QStringList> notices;
+    void notify(const QString &title, const QString &body) override { notices.append({title, body}); }
+};
+
+// Chooses a file in the save dialog as a user would, once the dialog is open.
+class AnsweringSaveDialog final : public SaveFileDialog {
+public:
+    std::optional<QString> answer;
+    void askForSaveLocation(const QString &, const QString &, Completion done) override
+    {
+        QTimer::singleShot(0, [done = std::move(done), chosen = answer] { done(chosen); });
+    }
+};
+
+// The library behind the player's buttons: real storage in the test's data folder, titles and
+// podcasts from the local OpenAI server.
+struct LibraryRig {
+    explicit LibraryRig(AppState &state, AudioPlayerManager &player, Defaults &defaults, const QString &dataHome)
+        : cache(dataHome + QStringLiteral("/TTSCache"))
+        , models(defaults)
+        , speech(cache, models)
+        , client(connection, speech, models)
+        , savedAudio(savedStorage, [&player](const QString &path) { player.play(QUrl::fromLocalFile(path)); })
+        , podcasts(podcastStorage, [&player](const Podcast &podcast) { player.play(podcast.audioURL); })
+        , podcastService(client, podcasts, state, &LibraryRig::measure, Clock::system())
+        , exporter([this](QString context) { return client.generateAudioTitle(std::move(context)); },
+                   [&state] { return state.downloadLocation(); }, dialog, Clock::system())
+        , actions(
+              state, player, savedAudio, podcastService, exporter,
+              [this](QString context) { return client.generateAudioTitle(std::move(context)); }, notifier,
+              Clock::system())
+    {
+        speech.addProvider(std::make_unique<SpeechEndpointProvider>(connection, models));
+    }
+
+    static QCoro::Task<double> measure(QString path)
+    {
+        SpeechStream stream;
+        stream.append(test::readBytes(path));
+        stream.finish();
+        co_return stream.arrivedSeconds();
+    }
+
+    test::OpenAITestServer server;
+    TTSCacheService cache;
+    OpenAIConnection connection{QStringLiteral("chat-key"), server.baseUrlString()};
+    ModelSettings models;
+    SpeechSynthesizer speech;
+    OpenAIClient client;
+    SavedAudioStorageService savedStorage;
+    SavedAudioManager savedAudio;
+    PodcastStorageService podcastStorage;
+    PodcastManager podcasts;
+    PodcastService podcastService;
+    AnsweringSaveDialog dialog;
+    AudioExportService exporter;
+    RecordingNotifier notifier;
+    LibraryActions actions;
+};
+
+} // namespace
 
 class FloatingPlayerViewTest final : public QObject {
     Q_OBJECT
@@ -39,6 +125,7 @@ private Q_SLOTS:
     void resizeHandleKeepsTheLimits();
     void controlsDriveThePlayer();
     void closeButtonStopsAndHides();
+    void libraryButtonsKeepThePlayingAudio();
 
 private:
     [[nodiscard]] bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr);
@@ -46,6 +133,7 @@ private:
     [[nodiscard]] bool dragWithPointer(QPoint from, QPoint to);
     [[nodiscard]] QRect windowFrame() const { return m_controller->window()->geometry(); }
     [[nodiscard]] bool playAndWait(const QString &file);
+    [[nodiscard]] QToolButton *button(const QString &accessibleName) const;
     template <typename T> T *child(const char *name) const
     {
         return m_controller->window()->findChild<T *>(QLatin1String(name));
@@ -61,6 +149,7 @@ private:
     std::unique_ptr<AudioPlayerManager> m_player;
     std::unique_ptr<FloatingPlayerWindowController> m_controller;
     std::unique_ptr<QPlainTextEdit> m_otherWindow;
+    std::unique_ptr<LibraryRig> m_library;
 };
 
 bool FloatingPlayerViewTest::run(const QString &program, const QStringList &arguments, QByteArray *output)
@@ -98,6 +187,14 @@ bool FloatingPlayerViewTest::playAndWait(const QString &file)
     QSignalSpy ready(m_player.get(), &AudioPlayerManager::itemReady);
     m_player->play(QUrl::fromLocalFile(file));
     return ready.wait(5000);
+}
+
+QToolButton *FloatingPlayerViewTest::button(const QString &accessibleName) const
+{
+    for (QToolButton *candidate : m_controller->window()->findChildren<QToolButton *>())
+        if (candidate->accessibleName() == accessibleName)
+            return candidate;
+    return nullptr;
 }
 
 void FloatingPlayerViewTest::initTestCase()
@@ -304,4 +401,90 @@ void FloatingPlayerViewTest::closeButtonStopsAndHides()
 }
 
 QTEST_MAIN(FloatingPlayerViewTest)
+void FloatingPlayerViewTest::libraryButtonsKeepThePlayingAudio()
+{
+    m_library = std::make_unique<LibraryRig>(*m_appState, *m_player, *m_defaults, m_env.dataHome());
+    auto *view = m_controller->window()->findChild<FloatingPlayerView *>();
+    QVERIFY(view);
+    view->setLibraryActions(m_library->actions);
+    QToolButton *podcast = button(QStringLiteral("Generate an AI podcast from this content"));
+    QToolButton *save = button(QStringLiteral("Save audio to library"));
+    QToolButton *download = button(QStringLiteral("Download MP3 file"));
+    QVERIFY(podcast && save && download);
+    QList<QStringList> &notices = m_library->notifier.notices;
+
+    const QString text = QStringLiteral("Listening is an art. It asks for patience, attention and a quiet place.");
+    m_appState->setCurrentPlayingTitle(QStringLiteral("The Quiet Art of Listening"));
+    m_appState->setCurrentPlayingContext(text);
+    QVERIFY(playAndWait(m_speech));
+    QTRY_VERIFY(m_controller->isShown());
+    QVERIFY(save->isEnabled() && download->isEnabled() && podcast->isEnabled());
+    QCOMPARE(save->text(), QStringLiteral("Save"));
+
+    // Saved twice: two items, each with its own copy of the audio.
+    QTest::mouseClick(save, Qt::LeftButton);
+    QTRY_COMPARE(m_library->savedAudio.savedAudioList().size(), 1);
+    QTRY_VERIFY(save->isEnabled());
+    QTest::mouseClick(save, Qt::LeftButton);
+    QTRY_COMPARE(m_library->savedAudio.savedAudioList().size(), 2);
+    const QList<SavedAudio> saved = m_library->savedAudio.savedAudioList();
+    QVERIFY(saved[0].audioURL != saved[1].audioURL);
+    for (const SavedAudio &item : saved) {
+        QCOMPARE(item.title, QStringLiteral("The Quiet Art of Listening"));
+        QCOMPARE(item.sourceText, text);
+        QCOMPARE(test::readBytes(item.audioURL.toLocalFile()), test::readBytes(m_speech));
+    }
+    QCOMPARE(notices.last(), (QStringList{QStringLiteral("Saved to Library"),
+                                          QStringLiteral("'The Quiet Art of Listening' has been saved to your "
+                                                         "library. Access it in the Library tab.")}));
+
+    // Downloaded twice into the chosen folder, named by the chat model's title.
+    const QString downloads = m_dir.filePath(QStringLiteral("Downloads"));
+    QVERIFY(QDir().mkpath(downloads));
+    m_appState->setDownloadLocation(downloads);
+    m_library->server.setChatContent(QStringLiteral("Listening Notes"));
+    QTest::mouseClick(download, Qt::LeftButton);
+    QTRY_VERIFY(QFileInfo::exists(downloads + QStringLiteral("/Listening Notes.mp3")));
+    QTRY_VERIFY(download->isEnabled());
+    QTest::mouseClick(download, Qt::LeftButton);
+    QTRY_VERIFY(QFileInfo::exists(downloads + QStringLiteral("/Listening Notes_1.mp3")));
+    QCOMPARE(test::readBytes(downloads + QStringLiteral("/Listening Notes_1.mp3")), test::readBytes(m_speech));
+    QCOMPARE(notices.last(),
+             (QStringList{QStringLiteral("Download Complete"), QStringLiteral("Audio file saved to ") + downloads
+                                                                   + QStringLiteral("/Listening Notes_1.mp3")}));
+
+    // A reading that still arrives has nothing to keep yet; once whole, its bytes are what is kept.
+    // Shorter than the file played before, so keeping that file instead would show.
+    const QByteArray whole = test::readBytes(m_speech);
+    const QByteArray mp3 = whole.left(whole.size() * 2 / 3);
+    auto stream = std::make_shared<SpeechStream>();
+    m_player->playStream(stream);
+    stream->append(mp3.left(mp3.size() / 2));
+    QTRY_VERIFY(!download->isEnabled());
+    QVERIFY(!save->isEnabled());
+    QVERIFY(download->toolTip().contains(QStringLiteral("whole reading has arrived")));
+    stream->append(mp3.mid(mp3.size() / 2));
+    stream->finish();
+    QTRY_VERIFY(download->isEnabled());
+    QCOMPARE(download->toolTip(), QStringLiteral("Download MP3 file"));
+    QTest::mouseClick(download, Qt::LeftButton);
+    QTRY_VERIFY(QFileInfo::exists(downloads + QStringLiteral("/Listening Notes_2.mp3")));
+    QCOMPARE(test::readBytes(downloads + QStringLiteral("/Listening Notes_2.mp3")), mp3);
+
+    // The podcast is made from the playing text, stored, and announced.
+    m_library->server.setChatContent(
+        QStringLiteral(R"({"title": "Why We Listen", "summary": "Patience and attention."})"));
+    QTest::mouseClick(podcast, Qt::LeftButton);
+    QCOMPARE(podcast->text(), QStringLiteral("Generating..."));
+    QVERIFY(!podcast->isEnabled());
+    QTRY_COMPARE_WITH_TIMEOUT(m_library->podcasts.savedPodcasts().size(), 1, 30000);
+    QTRY_COMPARE(podcast->text(), QStringLiteral("Generate Podcast"));
+    QCOMPARE(m_library->podcasts.savedPodcasts().first().sourceText, text);
+    QCOMPARE(notices.last(),
+             (QStringList{QStringLiteral("Podcast Generated!"),
+                          QStringLiteral("'Why We Listen' has been created and is now playing. Find it in the "
+                                         "Podcasts tab.")}));
+    m_player->stop(false);
+}
+
 #include "tst_FloatingPlayerView.moc"
