@@ -1,4 +1,5 @@
 #include "AwaitTask.h"
+#include "LocalOpenAI.h"
 #include "LogCapture.h"
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
@@ -49,13 +50,11 @@ class TestOpenAIClient final : public QObject {
 
 private:
     TestEnvironment m_env;
-    Defaults m_defaults{m_env.defaultsFile()};
-    OpenAITestServer m_server;
-    TTSCacheService m_cache{m_env.dataHome() + QStringLiteral("/TTSCache")};
-    OpenAIConnection m_connection{QStringLiteral("chat-key"), m_server.baseUrlString()};
-    ModelSettings m_models{m_defaults};
-    SpeechSynthesizer m_speech{m_cache, m_models};
-    OpenAIClient m_client{m_connection, m_speech, m_models};
+    LocalOpenAI m_openAI{m_env};
+    Defaults &m_defaults = m_openAI.defaults;
+    OpenAITestServer &m_server = m_openAI.server;
+    ModelSettings &m_models = m_openAI.models;
+    OpenAIClient &m_client = m_openAI.client;
 
     // The one chat request made since init(), after checking what every chat request carries.
     QJsonObject onlyChatRequest(double temperature, int maxTokens)

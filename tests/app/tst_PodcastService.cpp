@@ -1,5 +1,6 @@
 #include "AwaitTask.h"
 #include "FileBytes.h"
+#include "LocalOpenAI.h"
 #include "LogCapture.h"
 #include "ManualClock.h"
 #include "OpenAITestServer.h"
@@ -48,13 +49,11 @@ private Q_SLOTS:
 
 private:
     TestEnvironment m_env;
-    Defaults m_defaults{m_env.defaultsFile()};
-    OpenAITestServer m_server;
-    TTSCacheService m_cache{m_env.dataHome() + QStringLiteral("/TTSCache")};
-    OpenAIConnection m_connection{QStringLiteral("chat-key"), m_server.baseUrlString()};
-    ModelSettings m_models{m_defaults};
-    SpeechSynthesizer m_speech{m_cache, m_models};
-    OpenAIClient m_client{m_connection, m_speech, m_models};
+    LocalOpenAI m_openAI{m_env};
+    Defaults &m_defaults = m_openAI.defaults;
+    OpenAITestServer &m_server = m_openAI.server;
+    ModelSettings &m_models = m_openAI.models;
+    OpenAIClient &m_client = m_openAI.client;
     ManualClock m_clock{QDateTime(QDate(2026, 2, 3), QTime(10, 30), Qt::UTC)};
     AppState m_state{m_defaults};
     PodcastStorageService m_storage;
@@ -66,7 +65,6 @@ private:
 
 void PodcastServiceTest::initTestCase()
 {
-    m_speech.addProvider(std::make_unique<SpeechEndpointProvider>(m_connection, m_models));
     connect(&m_state, &AppState::podcastGenerationProgressChanged, this,
             [this] { m_progress.append(m_state.podcastGenerationProgress()); });
 }
