@@ -1,17 +1,11 @@
 #include "library/SavedAudio.h"
 
+#include "core/ReferenceDate.h"
 #include "library/LibraryError.h"
-
-#include <QTimeZone>
-
-#include <cmath>
 
 namespace parlino {
 
 namespace {
-
-// 2001-01-01T00:00:00Z, the reference date of the index's date numbers.
-constexpr qint64 referenceDateMsecs = 978307200000;
 
 QJsonValue required(const QJsonObject &json, const QString &key, QJsonValue::Type type)
 {
@@ -36,8 +30,7 @@ QJsonObject SavedAudio::toJson() const
         {QStringLiteral("title"), title},
         {QStringLiteral("audioURL"), audioURL.toString(QUrl::FullyEncoded)},
         {QStringLiteral("sourceText"), sourceText},
-        {QStringLiteral("createdDate"),
-         static_cast<double>(createdDate.toMSecsSinceEpoch() - referenceDateMsecs) / 1000.0},
+        {QStringLiteral("createdDate"), referenceDateSeconds(createdDate)},
         {QStringLiteral("duration"), duration},
         {QStringLiteral("wordCount"), wordCount},
     };
@@ -56,7 +49,7 @@ SavedAudio SavedAudio::fromJson(const QJsonObject &json)
     item.audioURL = QUrl(required(json, QStringLiteral("audioURL"), QJsonValue::String).toString());
     item.sourceText = required(json, QStringLiteral("sourceText"), QJsonValue::String).toString();
     const double created = required(json, QStringLiteral("createdDate"), QJsonValue::Double).toDouble();
-    item.createdDate = QDateTime::fromMSecsSinceEpoch(referenceDateMsecs + std::llround(created * 1000.0), Qt::UTC);
+    item.createdDate = fromReferenceDateSeconds(created);
     if (json.value(QStringLiteral("notes")).isString())
         item.notes = json.value(QStringLiteral("notes")).toString();
     item.duration = required(json, QStringLiteral("duration"), QJsonValue::Double).toDouble();

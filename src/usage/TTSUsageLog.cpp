@@ -1,13 +1,12 @@
 #include "usage/TTSUsageLog.h"
 
+#include "core/ReferenceDate.h"
+
 #include <QJsonValue>
-#include <QTimeZone>
 
 namespace parlino {
 
 namespace {
-
-const QDateTime kReferenceDate(QDate(2001, 1, 1), QTime(0, 0), QTimeZone::utc());
 
 template <typename T> void insertOptional(QJsonObject &json, const QString &key, const std::optional<T> &value)
 {
@@ -22,16 +21,6 @@ std::optional<qint64> optionalInteger(const QJsonObject &json, const QString &ke
 }
 
 } // namespace
-
-double referenceDateSeconds(const QDateTime &when)
-{
-    return static_cast<double>(kReferenceDate.msecsTo(when)) / 1000.0;
-}
-
-QDateTime fromReferenceDateSeconds(double seconds)
-{
-    return kReferenceDate.addMSecs(static_cast<qint64>(seconds * 1000.0));
-}
 
 QJsonObject TTSUsageLog::toJson() const
 {

@@ -42,8 +42,4 @@ struct TTSUsageLog {
     [[nodiscard]] static std::optional<TTSUsageLog> fromJson(const QJsonObject &json);
 };
 
-// Dates in the stored usage formats: seconds since 2001-01-01 00:00 UTC.
-[[nodiscard]] double referenceDateSeconds(const QDateTime &when);
-[[nodiscard]] QDateTime fromReferenceDateSeconds(double seconds);
-
 } // namespace parlino
