@@ -18,6 +18,20 @@
 
 namespace parlino {
 
+namespace {
+
+// The bytes of an audio file the reading needs whole; a file that cannot be read fails the reading.
+QByteArray readAudioFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw Error(QStringLiteral("Could not read the audio file ") + path + QStringLiteral(": ")
+                    + file.errorString());
+    return file.readAll();
+}
+
+} // namespace
+
 SpeechSynthesizer::SpeechSynthesizer(TTSCacheService &cache, ModelSettings &models, std::function<bool()> hasAPIKey,
                                      QObject *parent)
     : QObject(parent)
@@ -254,12 +268,7 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
     // MP3 frames stand alone, so the streams are joined byte for byte.
     QByteArray combined;
     for (const QString &path : std::as_const(chunkFiles)) {
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly))
-            throw Error(QStringLiteral("Could not read the audio file ") + path + QStringLiteral(": ")
-                        + file.errorString());
-        combined += file.readAll();
-        file.close();
+        combined += readAudioFile(path);
         // The cache's own files stay; the chunks generated for this call are ours to remove.
         if (!m_cache.ownsFile(path))
             QFile::remove(path);
@@ -296,11 +305,7 @@ QCoro::Task<> SpeechSynthesizer::streamSpeech(QString text, TTSVoice voice, doub
             QCoro::Task<std::optional<QString>> lookup = m_cache.getCachedAudio(chunk, voiceId, speed);
             if (const std::optional<QString> cached = co_await lookup) {
                 PLOG(lcSpeech) << "💾 Cache HIT for chunk " << (i + 1);
-                QFile file(*cached);
-                if (!file.open(QIODevice::ReadOnly))
-                    throw Error(QStringLiteral("Could not read the audio file ") + *cached + QStringLiteral(": ")
-                                + file.errorString());
-                stream->append(file.readAll());
+                stream->append(readAudioFile(*cached));
                 continue;
             }
             PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
