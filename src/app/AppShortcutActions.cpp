@@ -2,6 +2,7 @@
 
 #include "app/AppState.h"
 #include "app/LibraryActions.h"
+#include "app/OnboardingAudio.h"
 #include "app/ServicesProvider.h"
 #include "app/UserNotifier.h"
 #include "core/Logging.h"
@@ -116,6 +117,10 @@ void AppShortcutActions::summarizeText()
 
 void AppShortcutActions::handleOnboardingAudioReplay()
 {
+    if (m_onboarding) {
+        m_onboarding->playWelcome();
+        return;
+    }
     if (const std::optional<QString> pending = m_state.pendingOnboardingAudioURL()) {
         m_player.play(QUrl(*pending));
         return;

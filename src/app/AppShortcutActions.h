@@ -7,6 +7,7 @@ namespace parlino {
 class AppState;
 class AudioPlayerManager;
 class LibraryActions;
+class OnboardingAudio;
 class ServicesProvider;
 class TextCaptureService;
 class UserNotifier;
@@ -20,6 +21,8 @@ public:
 
     // Download and save act on the playing audio through these; without them they do nothing.
     void setLibraryActions(LibraryActions *library) { m_library = library; }
+    // Onboarding's test step plays its welcome through this; without it the pending audio plays as is.
+    void setOnboardingAudio(OnboardingAudio *onboarding) { m_onboarding = onboarding; }
 
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
@@ -45,6 +48,7 @@ private:
     TextCaptureService &m_capture;
     UserNotifier &m_notifier;
     LibraryActions *m_library = nullptr;
+    OnboardingAudio *m_onboarding = nullptr;
 };
 
 } // namespace parlino

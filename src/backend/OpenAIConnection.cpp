@@ -1,5 +1,6 @@
 #include "backend/OpenAIConnection.h"
 
+#include "backend/APIKeyFile.h"
 #include "backend/KeychainService.h"
 #include "backend/NetworkError.h"
 #include "backend/OpenAIError.h"
@@ -63,7 +64,8 @@ std::optional<QUrl> OpenAIConnection::webSocketEndpoint(const QString &path) con
 
 OpenAIConnection::~OpenAIConnection() = default;
 
-std::optional<QString> OpenAIConnection::lookUpAPIKey(KeychainService &keychain, Defaults &defaults)
+std::optional<QString> OpenAIConnection::lookUpAPIKey(KeychainService &keychain, const APIKeyFile &keyFile,
+                                                      Defaults &defaults)
 {
     const QString fromEnvironment = qEnvironmentVariable("OPENAI_API_KEY");
     if (!fromEnvironment.isEmpty()) {
@@ -73,6 +75,10 @@ std::optional<QString> OpenAIConnection::lookUpAPIKey(KeychainService &keychain,
     if (auto fromKeychain = keychain.get(SettingsKeys::openAIAPIKey)) {
         PLOG(lcSpeech) << "✅ Loaded OpenAI API key from Keychain";
         return fromKeychain;
+    }
+    if (auto fromFile = keyFile.read()) {
+        PLOG(lcSpeech) << "✅ Loaded OpenAI API key from " << keyFile.path();
+        return fromFile;
     }
     if (auto fromDefaults = defaults.stringForKey(SettingsKeys::openAIAPIKey);
         fromDefaults && !fromDefaults->isEmpty()) {
@@ -99,10 +105,19 @@ std::optional<QUrl> OpenAIConnection::endpoint(const QString &path) const
     return url;
 }
 
-QNetworkRequest OpenAIConnection::authorizedRequest(const QUrl &url) const
+void OpenAIConnection::setAPIKey(std::optional<QString> key)
+{
+    if (key == m_apiKey)
+        return;
+    m_apiKey = std::move(key);
+    PLOG(lcSpeech) << (hasAPIKey() ? "✅ OpenAI API key set" : "ℹ️ OpenAI API key removed");
+    Q_EMIT apiKeyChanged();
+}
+
+QNetworkRequest OpenAIConnection::authorizedRequest(const QUrl &url, const std::optional<QString> &key) const
 {
     QNetworkRequest request(url);
-    request.setRawHeader("Authorization", "Bearer " + m_apiKey.value_or(QString()).toUtf8());
+    request.setRawHeader("Authorization", "Bearer " + key.value_or(QString()).toUtf8());
     request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
     return request;
 }
@@ -122,7 +137,7 @@ int OpenAIConnection::answeredStatus(const QNetworkReply &reply)
 
 QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body, BodyReceiver onBody)
 {
-    QNetworkRequest request = authorizedRequest(url);
+    QNetworkRequest request = authorizedRequest(url, m_apiKey);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
 
     const QByteArray payload = QJsonDocument(body).toJson(QJsonDocument::Compact);
@@ -151,7 +166,37 @@ QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, Q
 
 QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::getJSON(QUrl url)
 {
-    QNetworkRequest request = authorizedRequest(url);
+    QCoro::Task<HttpAnswer> answer = get(std::move(url), m_apiKey);
+    co_return co_await answer;
+}
+
+QCoro::Task<std::optional<QString>> OpenAIConnection::checkAPIKey(QString key)
+{
+    key = key.trimmed();
+    if (key.isEmpty())
+        co_return QStringLiteral("Enter your OpenAI API key.");
+    const std::optional<QUrl> url = endpoint(QStringLiteral("/models"));
+    if (!url)
+        co_return OpenAIError::invalidURL().description();
+    try {
+        QCoro::Task<HttpAnswer> pending = get(*url, key);
+        const HttpAnswer answer = co_await pending;
+        if (answer.statusCode == 200)
+            co_return std::nullopt;
+        // The service explains a refusal in error.message ("Incorrect API key provided: …").
+        const QString message =
+            QJsonDocument::fromJson(answer.body).object().value(u"error").toObject().value(u"message").toString();
+        co_return QStringLiteral("OpenAI refused the key (%1): %2")
+            .arg(answer.statusCode)
+            .arg(message.isEmpty() ? errorMessageFromBody(answer.body) : message);
+    } catch (const Error &error) {
+        co_return QStringLiteral("Could not reach OpenAI to check the key: %1").arg(error.description());
+    }
+}
+
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::get(QUrl url, std::optional<QString> key)
+{
+    QNetworkRequest request = authorizedRequest(url, key);
     request.setRawHeader("Accept", "application/json");
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->get(request), [](QNetworkReply *finished) { finished->deleteLater(); });

@@ -17,6 +17,7 @@ class QNetworkRequest;
 
 namespace parlino {
 
+class APIKeyFile;
 class Defaults;
 class KeychainService;
 
@@ -40,13 +41,17 @@ public:
                      QObject *parent = nullptr);
     ~OpenAIConnection() override;
 
-    // OPENAI_API_KEY from the environment, else the keyring item "openai_api_key", else the defaults
-    // string "openai_api_key"; logs where it came from.
-    [[nodiscard]] static std::optional<QString> lookUpAPIKey(KeychainService &keychain, Defaults &defaults);
+    // OPENAI_API_KEY from the environment, else the keyring item "openai_api_key", else the key entered
+    // in Parlino (keyFile), else the defaults string "openai_api_key"; logs where it came from.
+    [[nodiscard]] static std::optional<QString> lookUpAPIKey(KeychainService &keychain, const APIKeyFile &keyFile,
+                                                             Defaults &defaults);
     // OPENAI_BASE_URL when set (OpenAI-compatible servers, the test server), else OpenAI's own.
     [[nodiscard]] static QString defaultBaseURL();
 
     [[nodiscard]] const std::optional<QString> &apiKey() const { return m_apiKey; }
+    [[nodiscard]] bool hasAPIKey() const { return !m_apiKey.value_or(QString()).trimmed().isEmpty(); }
+    // A key entered while the app runs: every later request uses it.
+    void setAPIKey(std::optional<QString> key);
     [[nodiscard]] const QString &baseURL() const { return m_baseURL; }
     // The Realtime API's root: OPENAI_WEBSOCKET_BASE_URL when set, else baseURL with ws/wss.
     [[nodiscard]] const QString &webSocketBaseURL() const { return m_webSocketBaseURL; }
@@ -68,9 +73,16 @@ public:
     QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {});
     // GETs url with the key, asking for JSON; any HTTP answer comes back as for postJSON.
     QCoro::Task<HttpAnswer> getJSON(QUrl url);
+    // Asks the service whether `key` is accepted (GET /models with it). Nothing on success; otherwise
+    // the text to show: the service's own message for a refused key, the reason when it was not reached.
+    QCoro::Task<std::optional<QString>> checkAPIKey(QString key);
+
+Q_SIGNALS:
+    void apiKeyChanged();
 
 private:
-    [[nodiscard]] QNetworkRequest authorizedRequest(const QUrl &url) const;
+    [[nodiscard]] QNetworkRequest authorizedRequest(const QUrl &url, const std::optional<QString> &key) const;
+    QCoro::Task<HttpAnswer> get(QUrl url, std::optional<QString> key);
     // The answer's status; throws NetworkError or OpenAIError when there was no HTTP answer.
     [[nodiscard]] static int answeredStatus(const QNetworkReply &reply);
 

@@ -23,6 +23,11 @@ QString defaultsFile()
     return xdgOr("XDG_CONFIG_HOME", QStringLiteral(".config")) + QStringLiteral("/Parlino/Parlino.conf");
 }
 
+QString apiKeyFile()
+{
+    return xdgOr("XDG_CONFIG_HOME", QStringLiteral(".config")) + QStringLiteral("/Parlino/openai-api-key");
+}
+
 QString applicationSupport()
 {
     return xdgOr("XDG_DATA_HOME", QStringLiteral(".local/share"));

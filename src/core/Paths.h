@@ -8,6 +8,8 @@ namespace parlino::Paths {
 
 // $XDG_CONFIG_HOME/Parlino/Parlino.conf — the user-defaults store.
 [[nodiscard]] QString defaultsFile();
+// $XDG_CONFIG_HOME/Parlino/openai-api-key — the OpenAI key entered in the app, readable by the user only.
+[[nodiscard]] QString apiKeyFile();
 // $XDG_DATA_HOME (default ~/.local/share): the counterpart of the "Application Support" folder.
 [[nodiscard]] QString applicationSupport();
 // The user's Downloads folder, or an empty string when the desktop reports none.

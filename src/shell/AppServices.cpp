@@ -4,9 +4,11 @@
 #include "app/AppShortcutActions.h"
 #include "app/AppState.h"
 #include "app/LibraryActions.h"
+#include "app/OnboardingAudio.h"
 #include "app/PermissionManager.h"
 #include "app/PodcastService.h"
 #include "app/ServicesProvider.h"
+#include "backend/APIKeyFile.h"
 #include "backend/KeychainService.h"
 #include "backend/ModelAvailability.h"
 #include "backend/ModelSettings.h"
@@ -14,6 +16,7 @@
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "core/Error.h"
+#include "core/Paths.h"
 #include "core/SettingsKeys.h"
 #include "input/KeyboardShortcutManager.h"
 #include "input/KeyboardShortcutPreferences.h"
@@ -78,12 +81,19 @@ KeychainService &AppServices::keychain()
     return KeychainService::shared();
 }
 
+const APIKeyFile &AppServices::apiKeyFile()
+{
+    if (!m_apiKeyFile)
+        m_apiKeyFile = std::make_unique<APIKeyFile>(Paths::apiKeyFile());
+    return *m_apiKeyFile;
+}
+
 OpenAIConnection &AppServices::openAIConnection()
 {
-    // The key is looked up once, when the connection is made.
+    // The key is looked up when the connection is made; a key entered later is handed to it.
     if (!m_openAIConnection)
-        m_openAIConnection = std::make_unique<OpenAIConnection>(OpenAIConnection::lookUpAPIKey(keychain(), defaults()),
-                                                                OpenAIConnection::defaultBaseURL());
+        m_openAIConnection = std::make_unique<OpenAIConnection>(
+            OpenAIConnection::lookUpAPIKey(keychain(), apiKeyFile(), defaults()), OpenAIConnection::defaultBaseURL());
     return *m_openAIConnection;
 }
 
@@ -131,9 +141,8 @@ SpeechSynthesizer &AppServices::speechSynthesizer()
     if (!m_speechSynthesizer) {
         // Without a key the offline voice reads, so Parlino speaks from the first start.
         const OpenAIConnection *connection = &openAIConnection();
-        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(speechCache(), modelSettings(), [connection] {
-            return !connection->apiKey().value_or(QString()).trimmed().isEmpty();
-        });
+        m_speechSynthesizer = std::make_unique<SpeechSynthesizer>(speechCache(), modelSettings(),
+                                                                  [connection] { return connection->hasAPIKey(); });
         // The first is the default when the settings name none.
         m_speechSynthesizer->addProvider(std::make_unique<SpeechEndpointProvider>(openAIConnection(), modelSettings()));
         m_speechSynthesizer->addProvider(std::make_unique<RealtimeSpeechProvider>(openAIConnection(), modelSettings()));
@@ -260,6 +269,7 @@ KeyboardShortcutManager &AppServices::shortcutManager()
         m_shortcutActions =
             std::make_unique<AppShortcutActions>(servicesProvider(), player(), appState(), textCapture(), notifier());
         m_shortcutActions->setLibraryActions(&libraryActions());
+        m_shortcutActions->setOnboardingAudio(&onboardingAudio());
         m_shortcutPreferences = std::make_unique<KeyboardShortcutPreferences>(defaults());
         m_shortcutManager =
             std::make_unique<KeyboardShortcutManager>(LinuxInputPlatform::createHotKeyBackend(), *m_shortcutPreferences,
@@ -363,6 +373,20 @@ FloatingPlayerWindowController &AppServices::floatingPlayer()
         m_floatingPlayer->setContentView(view);
     }
     return *m_floatingPlayer;
+}
+
+OnboardingAudio &AppServices::onboardingAudio()
+{
+    if (!m_onboardingAudio) {
+        m_narrationEngine = std::make_unique<MpvAudioEngine>();
+        QObject::connect(qApp, &QCoreApplication::aboutToQuit, m_narrationEngine.get(),
+                         [engine = m_narrationEngine.get()] { engine->shutdown(); });
+        const OpenAIConnection *connection = &openAIConnection();
+        m_onboardingAudio =
+            std::make_unique<OnboardingAudio>(speechSynthesizer(), *m_narrationEngine, player(), appState(),
+                                              [connection] { return connection->hasAPIKey(); });
+    }
+    return *m_onboardingAudio;
 }
 
 } // namespace parlino

@@ -4,6 +4,7 @@
 
 namespace parlino {
 
+class APIKeyFile;
 class AppShortcutActions;
 class AppState;
 class AudioExportService;
@@ -20,6 +21,7 @@ class LinuxPermissionProbe;
 class MessageBoxPermissionDialogs;
 class ModelAvailability;
 class ModelSettings;
+class OnboardingAudio;
 class MpvAudioEngine;
 class OpenAIClient;
 class OpenAIConnection;
@@ -50,6 +52,8 @@ public:
 
     Defaults &defaults();
     KeychainService &keychain();
+    // The OpenAI key entered in the app itself.
+    const APIKeyFile &apiKeyFile();
 
     OpenAIConnection &openAIConnection();
     // The speech provider and the models, as the settings choose them.
@@ -80,6 +84,8 @@ public:
     AudioExportService &audioExport();
     LibraryActions &libraryActions();
     FloatingPlayerWindowController &floatingPlayer();
+    // Onboarding's narration (through an engine of its own) and the welcome of its test step.
+    OnboardingAudio &onboardingAudio();
 
 private:
     // Long texts report their progress into the application state, once both exist.
@@ -88,6 +94,7 @@ private:
     void connectModelSwitches();
 
     // Declared in the order of building, so each object goes before the objects it uses.
+    std::unique_ptr<APIKeyFile> m_apiKeyFile;
     std::unique_ptr<OpenAIConnection> m_openAIConnection;
     std::unique_ptr<ModelSettings> m_modelSettings;
     std::unique_ptr<ModelAvailability> m_modelAvailability;
@@ -119,6 +126,8 @@ private:
     std::unique_ptr<AudioExportService> m_audioExport;
     std::unique_ptr<LibraryActions> m_libraryActions;
     std::unique_ptr<FloatingPlayerWindowController> m_floatingPlayer;
+    std::unique_ptr<MpvAudioEngine> m_narrationEngine;
+    std::unique_ptr<OnboardingAudio> m_onboardingAudio;
 };
 
 } // namespace parlino

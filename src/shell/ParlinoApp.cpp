@@ -153,8 +153,13 @@ int ParlinoApp::run(const LaunchRequest &request)
 
     m_delegate->applicationDidFinishLaunching();
     // Announced shutdown dates for the settings window; asked after start-up, at most once a day.
-    if (services.openAIConnection().apiKey())
+    // A key entered later (onboarding, settings) starts it then.
+    if (services.openAIConnection().hasAPIKey())
         services.modelAvailability().start();
+    connect(&services.openAIConnection(), &OpenAIConnection::apiKeyChanged, this, [&services] {
+        if (services.openAIConnection().hasAPIKey())
+            services.modelAvailability().start();
+    });
     handleRequest(request);
     return QApplication::exec();
 }
@@ -193,8 +198,12 @@ void ParlinoApp::showSettings()
 void ParlinoApp::showOnboarding()
 {
     if (!m_onboarding) {
-        m_onboarding = new OnboardingWindow(m_services->defaults(), m_services->permissionManager());
+        m_onboarding = new OnboardingWindow(m_services->defaults(), m_services->permissionManager(),
+                                            m_services->openAIConnection(), m_services->apiKeyFile(),
+                                            m_services->onboardingAudio());
         connect(m_onboarding, &OnboardingWindow::finished, this, [this] { m_delegate->completeOnboarding(); });
+        // The test step's player opens beside the onboarding window.
+        m_services->floatingPlayer().setOnboardingWindow(m_onboarding);
     }
     m_onboarding->show();
     m_onboarding->raise();

@@ -1,9 +1,11 @@
 #include "LogCapture.h"
 #include "TestEnvironment.h"
+#include "backend/APIKeyFile.h"
 #include "backend/KeychainService.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
 
+#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
 
@@ -52,24 +54,32 @@ private Q_SLOTS:
     {
         if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
             QSKIP("needs the desktop rig's session bus and keyring");
+        const APIKeyFile keyFile(m_env.configHome() + QStringLiteral("/Parlino/openai-api-key"));
         LogCapture log;
-        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), std::nullopt);
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), std::nullopt);
         QVERIFY(log.contains(QStringLiteral("⚠️ No OpenAI API key found - please configure in settings")));
 
         m_defaults.set(QStringLiteral("openai_api_key"), QString());
-        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), std::nullopt); // empty counts as none
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), std::nullopt); // empty counts as none
         m_defaults.set(QStringLiteral("openai_api_key"), QStringLiteral("from-defaults"));
-        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-defaults"));
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-defaults"));
         QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from UserDefaults")));
 
+        // The key entered in the app: kept for this user alone, found before the defaults.
+        keyFile.write(QStringLiteral("  from-file\n"));
+        constexpr int groupAndOthers = 0x0077;
+        QCOMPARE(QFile::permissions(keyFile.path()).toInt() & groupAndOthers, 0);
+        QCOMPARE(QFile::permissions(QFileInfo(keyFile.path()).absolutePath()).toInt() & groupAndOthers, 0);
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-file"));
+
         QVERIFY(storeInKeyring(QStringLiteral("from-keyring")));
-        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-keyring"));
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-keyring"));
         QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from Keychain")));
 
         qputenv("OPENAI_API_KEY", "");
-        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-keyring"));
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-keyring"));
         qputenv("OPENAI_API_KEY", "from-environment");
-        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, m_defaults), QStringLiteral("from-environment"));
+        QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-environment"));
         QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from environment variable")));
     }
 

@@ -225,6 +225,12 @@ void OpenAITestServer::setSpeechPace(double charactersPerSecond)
     m_speechPace = charactersPerSecond;
 }
 
+void OpenAITestServer::setAcceptedKey(const QString &key)
+{
+    QMutexLocker lock(&m_mutex);
+    m_acceptedKey = key;
+}
+
 void OpenAITestServer::setDelay(std::chrono::milliseconds delay)
 {
     QMutexLocker lock(&m_mutex);
@@ -404,7 +410,26 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
         QMutexLocker lock(&m_mutex);
         m_requests.append(request);
     }
-    if (request.method == "POST" && request.path == u"/v1/audio/speech")
+    QString acceptedKey;
+    {
+        QMutexLocker lock(&m_mutex);
+        acceptedKey = m_acceptedKey;
+    }
+    const QByteArray bearer = request.headers.value("authorization").mid(7);
+    if (!acceptedKey.isEmpty() && bearer != acceptedKey.toUtf8()) {
+        // The service's own answer, with the key shortened as it does.
+        QJsonObject error = QJsonDocument::fromJson(
+                                openAIErrorBody(QStringLiteral("Incorrect API key provided: %1. You can find your "
+                                                               "API key at https://platform.openai.com/account/"
+                                                               "api-keys.")
+                                                    .arg(QString::fromUtf8(bearer.left(3) + "***" + bearer.right(4))),
+                                                QStringLiteral("invalid_request_error")))
+                                .object()
+                                .value(u"error")
+                                .toObject();
+        error.insert(QStringLiteral("code"), QStringLiteral("invalid_api_key"));
+        answer = {401, "application/json", QJsonDocument(QJsonObject{{QStringLiteral("error"), error}}).toJson()};
+    } else if (request.method == "POST" && request.path == u"/v1/audio/speech")
         answer = answerSpeech(request);
     else if (request.method == "POST" && request.path == u"/v1/chat/completions")
         answer = answerChat(request);

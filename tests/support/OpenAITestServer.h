@@ -94,6 +94,9 @@ public:
     [[nodiscard]] static QByteArray retiredModelBody(const QString &model);
     // Waits this long before answering each request (the connection stays open meanwhile).
     void setDelay(std::chrono::milliseconds delay);
+    // Only this bearer key is accepted; any other gets the service's 401 "Incorrect API key provided"
+    // answer. Empty (the default) accepts every key.
+    void setAcceptedKey(const QString &key);
     // Shapes speech answers like the real service making charactersPerSecond of input a second: after
     // the delay the headers and the first bytes, the spoken words' audio at that pace, and the end of
     // the answer after input length / charactersPerSecond. 0 sends it at once.
@@ -142,6 +145,7 @@ private:
     QStringList m_retiredModels;
     QJsonArray m_modelList = defaultModelList();
     std::chrono::milliseconds m_delay{0};
+    QString m_acceptedKey;
     double m_speechPace = 0;
     QHash<QString, QByteArray> m_speechCache;
     quint16 m_port = 0;

@@ -4,7 +4,7 @@
 //   OPENAI_BASE_URL=$(first line) OPENAI_WEBSOCKET_BASE_URL=$(second line) parlino ...
 // Options: --chat-content TEXT (the content of every chat answer), --realtime-first-audio-ms N (time
 // before a Realtime response's first audio), --realtime-pace CPS (Realtime audio spread over the text's
-// length at CPS characters per second; 0 sends it at once).
+// length at CPS characters per second; 0 sends it at once), --accepted-key KEY (refuse every other key).
 
 #include "OpenAITestServer.h"
 #include "RealtimeTestServer.h"
@@ -26,7 +26,10 @@ int main(int argc, char *argv[])
     const QCommandLineOption pace(QStringLiteral("realtime-pace"),
                                   QStringLiteral("Realtime audio pace in characters of text per second (0: at once)"),
                                   QStringLiteral("CPS"), QStringLiteral("0"));
-    parser.addOptions({chatContent, firstAudio, pace});
+    const QCommandLineOption acceptedKey(QStringLiteral("accepted-key"),
+                                         QStringLiteral("The only API key accepted (default: any)"),
+                                         QStringLiteral("KEY"));
+    parser.addOptions({chatContent, firstAudio, pace, acceptedKey});
     parser.addHelpOption();
     parser.process(app);
 
@@ -44,6 +47,8 @@ int main(int argc, char *argv[])
         return 1;
     if (parser.isSet(chatContent))
         server.setChatContent(parser.value(chatContent));
+    if (parser.isSet(acceptedKey))
+        server.setAcceptedKey(parser.value(acceptedKey));
     parlino::test::RealtimeTestServer realtime;
     if (!realtime.isListening())
         return 1;
