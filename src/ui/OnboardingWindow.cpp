@@ -344,7 +344,7 @@ void OnboardingWindow::refreshKeyState()
     if (m_checkingKey)
         return;
     m_keyStatus->setText(m_connection.hasAPIKey()
-                             ? QStringLiteral("✅ An OpenAI key is set up. Paste another one to replace it.")
+                             ? QStringLiteral("An OpenAI key is set up. Paste another one to replace it.")
                              : QStringLiteral("No key yet: Parlino reads with the offline voice."));
 }
 
@@ -366,26 +366,26 @@ QCoro::Task<> OnboardingWindow::checkAndSaveKey()
     if (problem) {
         // A refused key is never stored.
         PLOG(lcApp) << "❌ OpenAI key not accepted: " << *problem;
-        m_keyStatus->setText(QStringLiteral("❌ ") + problem->toHtmlEscaped());
+        m_keyStatus->setText(QStringLiteral("<span style=\"color:#c01c28\">%1</span>").arg(problem->toHtmlEscaped()));
         co_return;
     }
     try {
         m_keyFile.write(key);
     } catch (const Error &error) {
-        m_keyStatus->setText(QStringLiteral("❌ ") + error.description().toHtmlEscaped());
+        m_keyStatus->setText(error.description().toHtmlEscaped());
         co_return;
     }
     m_keyField->clear();
     m_connection.setAPIKey(key);
     PLOG(lcApp) << "✅ OpenAI key checked and saved to " << m_keyFile.path();
-    m_keyStatus->setText(QStringLiteral("✅ The key works and is saved. Parlino now reads with OpenAI's voices."));
+    m_keyStatus->setText(QStringLiteral("The key works and is saved. Parlino now reads with OpenAI's voices."));
     m_audio.narrate(narrations.at(keyPage));
 }
 
 void OnboardingWindow::refreshAccessibility()
 {
     const bool granted = m_permissions.accessibilityGranted();
-    m_accessibility->setText(granted ? QStringLiteral("✅ Accessibility is on: Parlino can read selected text.")
+    m_accessibility->setText(granted ? QStringLiteral("Accessibility is on: Parlino can read selected text.")
                                      : QStringLiteral("Accessibility is off. Parlino can still use the selection "
                                                       "and the clipboard, but turning it on lets it read text "
                                                       "fields directly."));
