@@ -250,7 +250,9 @@ void AppDelegate::openURLs(const QStringList &urls)
     const QUrl url(first);
     PLOG(lcApp) << "🔗 Received URL redirect: " << url.toString(QUrl::FullyEncoded);
     PLOG(lcApp) << "📍 URL path: " << url.host() << ", components: " << url.path();
-    // No host has an action yet; later actions become named hosts of the parlino scheme.
+    // Each window the user can open is a host of the parlino scheme.
+    if (m_components.openWindow && m_components.openWindow(url.host()))
+        return;
     PLOG(lcApp) << "⚠️ Unknown URL path: " << url.host();
 }
 

@@ -27,6 +27,9 @@ struct AppComponents {
     std::function<void()> stopPlayback;
     std::function<void(const QString &email)> syncAccount;
     std::function<void(ActivationPolicy)> applyActivationPolicy;
+    // Opens the window a parlino:// URL names by its host ("dashboard", "settings"); false when there is
+    // no such window.
+    std::function<bool(const QString &host)> openWindow;
 };
 
 // Start-up and shutdown: validates the persisted state, creates the services in a fixed order, picks

@@ -9,6 +9,7 @@
 #include "cli/LibraryCommands.h"
 #include "cli/OpenAICommands.h"
 #include "cli/ServiceClient.h"
+#include "core/Clock.h"
 #include "core/Logging.h"
 #include "input/HotKeyID.h"
 #include "input/KeyboardShortcutManager.h"
@@ -18,6 +19,7 @@
 #include "platform/linux/DBusServicesEndpoint.h"
 #include "playback/AudioPlayerManager.h"
 #include "shell/AppServices.h"
+#include "ui/DashboardWindow.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/MenuPopoverView.h"
 #include "ui/OnboardingWindow.h"
@@ -41,6 +43,7 @@ ParlinoApp::~ParlinoApp()
 {
     delete m_onboarding;
     delete m_settings;
+    delete m_dashboard;
 }
 
 int ParlinoApp::runSubcommand(const LaunchRequest &request)
@@ -116,6 +119,10 @@ int ParlinoApp::run(const LaunchRequest &request)
                 popover->hide();
                 showSettings();
             });
+            connect(view, &MenuPopoverView::dashboardRequested, this, [this, popover] {
+                popover->hide();
+                showDashboard();
+            });
             connect(view, &MenuPopoverView::quitRequested, qApp, &QCoreApplication::quit);
             connect(view, &MenuPopoverView::stopRequested, this, [&services] { services.player().stop(false); });
             connect(view, &MenuPopoverView::readSelectionRequested, this, [popover, &services] {
@@ -129,6 +136,15 @@ int ParlinoApp::run(const LaunchRequest &request)
         m_statusBar->setupStatusBar();
     };
     components.showOnboarding = [this] { showOnboarding(); };
+    components.openWindow = [this](const QString &host) {
+        if (host == u"dashboard")
+            showDashboard();
+        else if (host == u"settings")
+            showSettings();
+        else
+            return false;
+        return true;
+    };
     components.applyActivationPolicy = [this](ActivationPolicy policy) {
         if (policy == ActivationPolicy::accessory && m_onboarding)
             m_onboarding->hide();
@@ -193,6 +209,16 @@ void ParlinoApp::showSettings()
     m_settings->show();
     m_settings->raise();
     m_settings->activateWindow();
+}
+
+void ParlinoApp::showDashboard()
+{
+    if (!m_dashboard)
+        m_dashboard = new DashboardWindow(m_services->usageTracking(), m_services->usageTracker(),
+                                          m_services->appState(), Clock::system());
+    m_dashboard->show();
+    m_dashboard->raise();
+    m_dashboard->activateWindow();
 }
 
 void ParlinoApp::showOnboarding()

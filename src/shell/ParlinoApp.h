@@ -13,6 +13,7 @@ class AppDelegate;
 class AppServices;
 class DBusApplicationService;
 class DBusServicesEndpoint;
+class DashboardWindow;
 class OnboardingWindow;
 class SettingsWindow;
 class StatusBarController;
@@ -39,6 +40,7 @@ private:
     void handleRequest(const LaunchRequest &request);
     void playFile(const QString &path);
     void showSettings();
+    void showDashboard();
     void showOnboarding();
 
     std::unique_ptr<AppServices> m_services;
@@ -47,6 +49,7 @@ private:
     std::unique_ptr<AppDelegate> m_delegate;
     QPointer<OnboardingWindow> m_onboarding;
     QPointer<SettingsWindow> m_settings;
+    QPointer<DashboardWindow> m_dashboard;
     QPointer<StatusBarController> m_statusBar;
 };
 

@@ -70,13 +70,17 @@ MenuPopoverView::MenuPopoverView(AppState &state, QWidget *parent)
     layout->addWidget(m_stop);
     layout->addStretch(1);
     layout->addWidget(separator(this));
+    QPushButton *dashboard = actionButton(QStringLiteral("Dashboard"), "utilities-system-monitor", this);
+    dashboard->setToolTip(QStringLiteral("This month's characters, cost and listening time"));
     QPushButton *settings = actionButton(QStringLiteral("Settings…"), "preferences-system", this);
     QPushButton *quit = actionButton(QStringLiteral("Quit Parlino"), "application-exit", this);
+    layout->addWidget(dashboard);
     layout->addWidget(settings);
     layout->addWidget(quit);
 
     connect(read, &QPushButton::clicked, this, &MenuPopoverView::readSelectionRequested);
     connect(m_stop, &QPushButton::clicked, this, &MenuPopoverView::stopRequested);
+    connect(dashboard, &QPushButton::clicked, this, &MenuPopoverView::dashboardRequested);
     connect(settings, &QPushButton::clicked, this, &MenuPopoverView::settingsRequested);
     connect(quit, &QPushButton::clicked, this, &MenuPopoverView::quitRequested);
 

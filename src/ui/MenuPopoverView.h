@@ -19,6 +19,7 @@ public:
 Q_SIGNALS:
     void readSelectionRequested();
     void stopRequested();
+    void dashboardRequested();
     void settingsRequested();
     void quitRequested();
 
