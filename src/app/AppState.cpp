@@ -22,6 +22,8 @@ AppState::AppState(Defaults &defaults, QObject *parent)
     loadDefaultVoice();
     loadAccountState();
     loadFloatingPlayerSize();
+    if (const std::optional<QString> stored = m_defaults.stringForKey(SettingsKeys::appearanceMode))
+        m_appearanceMode = appearanceModeFromRawValue(*stored).value_or(AppearanceMode::system);
 }
 
 AppState::~AppState() = default;
@@ -417,6 +419,7 @@ void AppState::setAppearanceMode(AppearanceMode value)
     if (m_appearanceMode == value)
         return;
     m_appearanceMode = value;
+    m_defaults.set(SettingsKeys::appearanceMode, rawValue(value));
     Q_EMIT appearanceModeChanged();
 }
 

@@ -2,6 +2,8 @@
 
 #include <QString>
 
+#include <optional>
+
 namespace parlino {
 
 enum class AppearanceMode { light, dark, system };
@@ -14,6 +16,14 @@ enum class AppearanceMode { light, dark, system };
     case AppearanceMode::system: return QStringLiteral("system");
     }
     return {};
+}
+
+[[nodiscard]] inline std::optional<AppearanceMode> appearanceModeFromRawValue(const QString &value)
+{
+    for (AppearanceMode mode : {AppearanceMode::light, AppearanceMode::dark, AppearanceMode::system})
+        if (rawValue(mode) == value)
+            return mode;
+    return std::nullopt;
 }
 
 } // namespace parlino

@@ -17,6 +17,8 @@ inline const QString defaultSpeed = QStringLiteral("defaultSpeed");
 inline const QString downloadLocation = QStringLiteral("downloadLocationBookmark");
 // "Start speaking before the whole text is ready" (true when absent).
 inline const QString streamSpeech = QStringLiteral("streamSpeech");
+// "light", "dark" or "system" (the desktop's own, when absent).
+inline const QString appearanceMode = QStringLiteral("appearanceMode");
 inline const QString customKeyboardShortcuts = QStringLiteral("customKeyboardShortcuts");
 // Where a shortcuts value that could not be read is kept, so a bad edit loses nothing.
 inline const QString customKeyboardShortcutsUnreadable = QStringLiteral("customKeyboardShortcutsUnreadable");

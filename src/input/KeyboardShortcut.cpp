@@ -63,6 +63,15 @@ QString KeyboardShortcut::displayString() const
     return text + keyCodeToString(keyCode);
 }
 
+std::optional<quint32> KeyboardShortcut::keyCodeFromString(const QString &name)
+{
+    for (const KeyName &key : keyNames) {
+        if (name == QStringView(key.name))
+            return key.keyCode;
+    }
+    return std::nullopt;
+}
+
 QString KeyboardShortcut::keyCodeToString(quint32 keyCode)
 {
     for (const KeyName &key : keyNames) {

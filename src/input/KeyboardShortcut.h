@@ -4,6 +4,8 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <optional>
+
 namespace parlino {
 
 // One global shortcut binding. The persisted form keeps the key codes and modifier masks of the
@@ -24,6 +26,8 @@ struct KeyboardShortcut final {
     [[nodiscard]] QString displayString() const;
     // The name of a virtual key code ("R", "Right", "F5"); "Key 0x.." for codes outside the table.
     [[nodiscard]] static QString keyCodeToString(quint32 keyCode);
+    // The virtual key code of a name keyCodeToString() gives ("R", "Page Up"); nothing for others.
+    [[nodiscard]] static std::optional<quint32> keyCodeFromString(const QString &name);
 
     // {"keyCode": 15, "modifiers": 768}
     [[nodiscard]] QJsonObject toJson() const;

@@ -85,6 +85,22 @@ void KeyboardShortcutPreferences::set(const KeyboardShortcut &shortcut, const QS
     Q_EMIT keyboardShortcutsChanged();
 }
 
+void KeyboardShortcutPreferences::resetToDefaults()
+{
+    m_shortcuts = defaultShortcuts();
+    saveShortcuts();
+    Q_EMIT keyboardShortcutsChanged();
+}
+
+QString KeyboardShortcutPreferences::actionBoundTo(const KeyboardShortcut &shortcut, const QString &except) const
+{
+    for (auto it = m_shortcuts.cbegin(); it != m_shortcuts.cend(); ++it) {
+        if (it.value() == shortcut && it.key() != except)
+            return it.key();
+    }
+    return {};
+}
+
 void KeyboardShortcutPreferences::loadShortcuts()
 {
     m_shortcuts = defaultShortcuts();

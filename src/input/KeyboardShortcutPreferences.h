@@ -32,6 +32,10 @@ public:
 
     // Binds `action` to `shortcut`, saves all bindings and announces the change.
     void set(const KeyboardShortcut &shortcut, const QString &action);
+    // Back to the bindings the app ships with, saved and announced like set().
+    void resetToDefaults();
+    // The action other than `except` that `shortcut` is bound to, or an empty string.
+    [[nodiscard]] QString actionBoundTo(const KeyboardShortcut &shortcut, const QString &except = {}) const;
 
 Q_SIGNALS:
     void keyboardShortcutsChanged();

@@ -8,6 +8,7 @@
 #include "app/PermissionManager.h"
 #include "app/PodcastService.h"
 #include "app/ServicesProvider.h"
+#include "app/VoicePreview.h"
 #include "backend/APIKeyFile.h"
 #include "backend/KeychainService.h"
 #include "backend/ModelAvailability.h"
@@ -30,6 +31,7 @@
 #include "platform/linux/LinuxInputPlatform.h"
 #include "platform/linux/LinuxPermissionProbe.h"
 #include "platform/linux/X11WindowHints.h"
+#include "platform/linux/XdgAutostart.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
 #include "speech/OfflineSpeechProvider.h"
@@ -378,15 +380,42 @@ FloatingPlayerWindowController &AppServices::floatingPlayer()
 OnboardingAudio &AppServices::onboardingAudio()
 {
     if (!m_onboardingAudio) {
-        m_narrationEngine = std::make_unique<MpvAudioEngine>();
-        QObject::connect(qApp, &QCoreApplication::aboutToQuit, m_narrationEngine.get(),
-                         [engine = m_narrationEngine.get()] { engine->shutdown(); });
         const OpenAIConnection *connection = &openAIConnection();
         m_onboardingAudio =
-            std::make_unique<OnboardingAudio>(speechSynthesizer(), *m_narrationEngine, player(), appState(),
+            std::make_unique<OnboardingAudio>(speechSynthesizer(), narrationEngine(), player(), appState(),
                                               [connection] { return connection->hasAPIKey(); });
     }
     return *m_onboardingAudio;
+}
+
+MpvAudioEngine &AppServices::narrationEngine()
+{
+    if (!m_narrationEngine) {
+        m_narrationEngine = std::make_unique<MpvAudioEngine>();
+        QObject::connect(qApp, &QCoreApplication::aboutToQuit, m_narrationEngine.get(),
+                         [engine = m_narrationEngine.get()] { engine->shutdown(); });
+    }
+    return *m_narrationEngine;
+}
+
+VoicePreview &AppServices::voicePreview()
+{
+    if (!m_voicePreview)
+        m_voicePreview = std::make_unique<VoicePreview>(speechSynthesizer(), narrationEngine());
+    return *m_voicePreview;
+}
+
+KeyboardShortcutPreferences &AppServices::shortcutPreferences()
+{
+    shortcutManager();
+    return *m_shortcutPreferences;
+}
+
+XdgAutostart &AppServices::autostart()
+{
+    if (!m_autostart)
+        m_autostart = std::make_unique<XdgAutostart>();
+    return *m_autostart;
 }
 
 } // namespace parlino

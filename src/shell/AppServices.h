@@ -22,6 +22,8 @@ class MessageBoxPermissionDialogs;
 class ModelAvailability;
 class ModelSettings;
 class OnboardingAudio;
+class VoicePreview;
+class XdgAutostart;
 class MpvAudioEngine;
 class OpenAIClient;
 class OpenAIConnection;
@@ -86,8 +88,15 @@ public:
     FloatingPlayerWindowController &floatingPlayer();
     // Onboarding's narration (through an engine of its own) and the welcome of its test step.
     OnboardingAudio &onboardingAudio();
+    // Samples of the voices for the settings, on the same engine as onboarding's narration.
+    VoicePreview &voicePreview();
+    // The shortcut bindings (made with the shortcut manager, which registers them).
+    KeyboardShortcutPreferences &shortcutPreferences();
+    XdgAutostart &autostart();
 
 private:
+    // A second sound output for short spoken samples (onboarding's narration, voice previews).
+    MpvAudioEngine &narrationEngine();
     // Long texts report their progress into the application state, once both exist.
     void connectSpeechProgress();
     // A model the service retired was replaced: the desktop tells the user once.
@@ -128,6 +137,8 @@ private:
     std::unique_ptr<FloatingPlayerWindowController> m_floatingPlayer;
     std::unique_ptr<MpvAudioEngine> m_narrationEngine;
     std::unique_ptr<OnboardingAudio> m_onboardingAudio;
+    std::unique_ptr<VoicePreview> m_voicePreview;
+    std::unique_ptr<XdgAutostart> m_autostart;
 };
 
 } // namespace parlino

@@ -17,8 +17,10 @@
 #include "library/SavedAudioStorageService.h"
 #include "platform/linux/DBusApplicationService.h"
 #include "platform/linux/DBusServicesEndpoint.h"
+#include "platform/linux/XdgAutostart.h"
 #include "playback/AudioPlayerManager.h"
 #include "shell/AppServices.h"
+#include "ui/AppearanceApplier.h"
 #include "ui/DashboardWindow.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/MenuPopoverView.h"
@@ -167,6 +169,8 @@ int ParlinoApp::run(const LaunchRequest &request)
                     PLOG(lcApp) << "⚠️ Unknown action requested: " << action;
             });
 
+    // The chosen appearance before the first window shows.
+    new AppearanceApplier(services.appState(), this);
     m_delegate->applicationDidFinishLaunching();
     // Announced shutdown dates for the settings window; asked after start-up, at most once a day.
     // A key entered later (onboarding, settings) starts it then.
@@ -203,9 +207,13 @@ void ParlinoApp::playFile(const QString &path)
 
 void ParlinoApp::showSettings()
 {
-    if (!m_settings)
-        m_settings = new SettingsWindow(m_services->appState(), m_services->defaults(), m_services->modelSettings(),
-                                        m_services->modelAvailability());
+    if (!m_settings) {
+        const OpenAIConnection *connection = &m_services->openAIConnection();
+        m_settings = new SettingsWindow(SettingsContext{
+            m_services->appState(), m_services->defaults(), m_services->modelSettings(),
+            m_services->modelAvailability(), &m_services->shortcutPreferences(), &m_services->autostart(),
+            &m_services->voicePreview(), [connection] { return connection->hasAPIKey(); }});
+    }
     m_settings->show();
     m_settings->raise();
     m_settings->activateWindow();

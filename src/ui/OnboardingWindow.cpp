@@ -8,6 +8,7 @@
 #include "core/Error.h"
 #include "core/Logging.h"
 #include "core/SettingsKeys.h"
+#include "ui/AccessibleHelp.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -27,13 +28,6 @@
 namespace parlino {
 
 namespace {
-
-// The control's help text is also its name for screen readers.
-void describe(QWidget *control, const QString &help)
-{
-    control->setToolTip(help);
-    control->setAccessibleName(help);
-}
 
 QLabel *heading(const QString &text, QWidget *parent)
 {

@@ -2,50 +2,47 @@
 
 #include <QWidget>
 
-class QCheckBox;
-class QComboBox;
-class QLabel;
+#include <functional>
+
+class QTabWidget;
 
 namespace parlino {
 
 class AppState;
 class Defaults;
+class KeyboardShortcutPreferences;
+class LoginItem;
 class ModelAvailability;
 class ModelSettings;
+class VoicePreview;
 
-// General settings: the default voice and speed, the folder for exported audio, and how speech is
-// made: the provider, the offline voice (eSpeak NG's language and variant), the model of each use with
-// the day OpenAI stops serving it, and whether reading starts before the whole text is ready.
+// What the settings pages show and change. The optional parts leave their controls out when absent.
+struct SettingsContext {
+    AppState &state;
+    Defaults &defaults;
+    ModelSettings &models;
+    ModelAvailability &availability;
+    KeyboardShortcutPreferences *shortcuts = nullptr;
+    LoginItem *loginItem = nullptr;
+    VoicePreview *preview = nullptr;
+    // Whether OpenAI can be asked (voice previews of OpenAI's voices need it).
+    std::function<bool()> hasKey;
+};
+
+// The settings, in pages: General (start at login, appearance, download folder), Voice (the default
+// voice and speed with a preview of each voice, the offline voice), Speech (provider, models and their
+// shutdown days, streaming) and Shortcuts (every global shortcut, rebindable). Every change applies at
+// once; there is nothing to confirm.
 class SettingsWindow final : public QWidget {
     Q_OBJECT
 public:
-    SettingsWindow(AppState &state, Defaults &defaults, ModelSettings &models, ModelAvailability &availability,
-                   QWidget *parent = nullptr);
+    explicit SettingsWindow(SettingsContext context, QWidget *parent = nullptr);
+
+    // Brings a page forward by its title ("General", "Voice", "Speech", "Shortcuts").
+    void showPage(const QString &title);
 
 private:
-    void chooseDownloadFolder();
-    void refreshDownloadFolder();
-    // The provider, the models and their dates as the settings hold them now.
-    void refreshSpeech();
-    [[nodiscard]] QComboBox *addModelChoice(int role, const QString &label, const QString &help);
-    // The offline voice's language and variant as the settings hold them now.
-    void refreshOfflineVoice();
-    void saveOfflineVoice();
-
-    AppState &m_state;
-    Defaults &m_defaults;
-    ModelSettings &m_models;
-    ModelAvailability &m_availability;
-    QComboBox *m_voice = nullptr;
-    QLabel *m_voiceNote = nullptr;
-    QComboBox *m_speed = nullptr;
-    QLabel *m_folder = nullptr;
-    QCheckBox *m_streamSpeech = nullptr;
-    QComboBox *m_provider = nullptr;
-    QComboBox *m_offlineLanguage = nullptr;
-    QComboBox *m_offlineVariant = nullptr;
-    QList<QComboBox *> m_modelChoices;
-    QLabel *m_shutdownNotes = nullptr;
+    QTabWidget *m_tabs = nullptr;
 };
 
 } // namespace parlino

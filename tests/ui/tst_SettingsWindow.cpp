@@ -1,21 +1,32 @@
+#include "LocalOpenAI.h"
 #include "ManualClock.h"
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
 #include "app/AppState.h"
+#include "app/VoicePreview.h"
 #include "backend/ModelAvailability.h"
 #include "backend/ModelCatalogue.h"
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
+#include "input/KeyboardShortcutPreferences.h"
+#include "platform/linux/XdgAutostart.h"
+#include "playback/MpvAudioEngine.h"
 #include "speech/OfflineSpeechProvider.h"
+#include "ui/AppearanceApplier.h"
 #include "ui/SettingsWindow.h"
 
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
+#include <QFile>
+#include <QKeySequenceEdit>
 #include <QLabel>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
@@ -59,8 +70,9 @@ private Q_SLOTS:
         ModelSettings models(m_defaults);
         OpenAIConnection connection(QStringLiteral("key"), m_server.baseUrlString());
         ModelAvailability availability(connection, m_clock, m_env.dataHome() + QStringLiteral("/availability.json"));
-        SettingsWindow window(state, m_defaults, models, availability);
+        SettingsWindow window(SettingsContext{state, m_defaults, models, availability, nullptr, nullptr, nullptr, {}});
         window.show();
+        window.showPage(QStringLiteral("Speech"));
 
         // Every control is reachable by its name; reading starts early unless the user says otherwise.
         auto *stream = control<QCheckBox>(window, QStringLiteral("Start speaking before the whole text is ready"));
@@ -83,17 +95,18 @@ private Q_SLOTS:
         QVERIFY2(dates->text().contains(QStringLiteral("OpenAI stops serving tts-1 on ") + tts1Date),
                  qPrintable(dates->text()));
 
-        // Choosing the Realtime API is kept, and the window says which voice reads for Nova.
+        if (const QString folder = qEnvironmentVariable("PARLINO_SCREENSHOT_DIR"); !folder.isEmpty())
+            window.grab().save(QDir(folder).filePath(QStringLiteral("settings-speech.png")));
+
+        // Choosing the Realtime API is kept, and the voice page says which voice reads for Nova.
         auto *voiceNote = control<QLabel>(window, QStringLiteral("Voice that reads instead"));
+        window.showPage(QStringLiteral("Voice"));
         QVERIFY(voiceNote && !voiceNote->isVisible());
         choose(provider, QStringLiteral("OpenAI Realtime API"));
         QCOMPARE(m_defaults.stringForKey(SettingsKeys::speechProvider), QStringLiteral("openai-realtime"));
         QCOMPARE(voiceNote->text(), QStringLiteral("The Realtime API has no Nova voice; Coral, the nearest one, reads "
                                                    "instead."));
         QVERIFY(voiceNote->isVisible());
-
-        if (const QString folder = qEnvironmentVariable("PARLINO_SCREENSHOT_DIR"); !folder.isEmpty())
-            window.grab().save(QDir(folder).filePath(QStringLiteral("settings-speech.png")));
 
         // The offline voice: the default language until one is chosen, then the choice with its variant.
         auto *offlineLanguage = control<QComboBox>(window, QStringLiteral("Language of the offline voice"));
@@ -110,8 +123,81 @@ private Q_SLOTS:
         QCOMPARE(m_defaults.stringForKey(SettingsKeys::speechProvider), QStringLiteral("offline"));
 
         // A switch made elsewhere (a retired chat model) shows at once.
+        window.showPage(QStringLiteral("Speech"));
         QVERIFY(models.switchToSuccessor(ModelRole::chat, QStringLiteral("gpt-4o-mini")));
         QCOMPARE(chatModel->currentText(), QStringLiteral("gpt-6-luna"));
+    }
+
+    void generalVoiceAndShortcutPagesApplyAtOnce()
+    {
+        test::LocalOpenAI openAI(m_env);
+        AppState state(openAI.defaults);
+        OpenAIConnection connection(QStringLiteral("key"), openAI.server.baseUrlString());
+        ModelAvailability availability(connection, m_clock, m_env.dataHome() + QStringLiteral("/availability.json"));
+        KeyboardShortcutPreferences shortcuts(openAI.defaults);
+        XdgAutostart autostart(m_env.configHome() + QStringLiteral("/autostart/parlino.desktop"),
+                               QStringLiteral("/opt/Parlino Build/parlino"));
+        MpvAudioEngine engine;
+        VoicePreview preview(openAI.speech, engine);
+        AppearanceApplier appearance(state);
+        const QColor systemWindow = QApplication::palette().window().color();
+        SettingsWindow window(SettingsContext{state, openAI.defaults, openAI.models, availability, &shortcuts,
+                                              &autostart, &preview, [] { return true; }});
+        window.show();
+
+        // Start at login: the desktop entry is written with the program quoted, and removed again.
+        auto *login = control<QCheckBox>(window, QStringLiteral("Start Parlino when I log in"));
+        QVERIFY(login && !login->isChecked());
+        login->click();
+        QFile entry(m_env.configHome() + QStringLiteral("/autostart/parlino.desktop"));
+        QVERIFY(entry.open(QIODevice::ReadOnly));
+        QVERIFY(entry.readAll().contains("\nExec=\"/opt/Parlino Build/parlino\"\n"));
+        entry.close();
+        login->click();
+        QVERIFY(!entry.exists());
+
+        // Dark applies to the open windows at once and is kept; "like the desktop" brings its colours back.
+        control<QRadioButton>(window, QStringLiteral("Appearance: Dark"))->click();
+        QVERIFY(QApplication::palette().window().color().lightness() < 80);
+        QCOMPARE(openAI.defaults.stringForKey(SettingsKeys::appearanceMode), QStringLiteral("dark"));
+        control<QRadioButton>(window, QStringLiteral("Appearance: Like the desktop"))->click();
+        QCOMPARE(QApplication::palette().window().color(), systemWindow);
+
+        // A voice is heard before it is chosen: its sample is spoken by OpenAI in that voice.
+        window.showPage(QStringLiteral("Voice"));
+        QSignalSpy started(&preview, &VoicePreview::started);
+        control<QPushButton>(window, QStringLiteral("Preview the Nova voice"))->click();
+        QVERIFY(started.wait(10000));
+        const auto requests = openAI.server.requests();
+        QCOMPARE(requests.size(), 1);
+        QCOMPARE(requests.first().json.value(u"voice").toString(), QStringLiteral("nova"));
+        QCOMPARE(requests.first().json.value(u"input").toString(), VoicePreview::sampleText(QStringLiteral("Nova")));
+
+        // A new binding is taken as it is pressed; one that another action uses is refused by name.
+        window.showPage(QStringLiteral("Shortcuts"));
+        auto *readAloud = control<QKeySequenceEdit>(window, QStringLiteral("Shortcut for Read aloud"));
+        auto *status = control<QLabel>(window, QStringLiteral("Shortcut status"));
+        QVERIFY(readAloud && status);
+        QSignalSpy rebound(&shortcuts, &KeyboardShortcutPreferences::keyboardShortcutsChanged);
+        readAloud->setFocus();
+        QTest::keyClick(readAloud, Qt::Key_X, Qt::MetaModifier | Qt::ShiftModifier);
+        QTRY_COMPARE_WITH_TIMEOUT(rebound.size(), 1, 5000);
+        QCOMPARE(shortcuts.shortcuts().value(QStringLiteral("readAloud")).displayString(),
+                 QStringLiteral("Super+Shift+X"));
+        QCOMPARE(status->text(), QStringLiteral("“Read aloud” is now Super+Shift+X."));
+
+        readAloud->clear();
+        QTest::keyClick(readAloud, Qt::Key_H, Qt::MetaModifier | Qt::ShiftModifier);
+        QTRY_VERIFY_WITH_TIMEOUT(status->text().contains(QStringLiteral("already")), 5000);
+        QCOMPARE(status->text(), QStringLiteral("Super+Shift+H is already the shortcut for “Read a summary”. Choose "
+                                                "another combination, or change that one first."));
+        QCOMPARE(shortcuts.shortcuts().value(QStringLiteral("readAloud")).displayString(),
+                 QStringLiteral("Super+Shift+X"));
+        QCOMPARE(readAloud->keySequence(), QKeySequence(QStringLiteral("Meta+Shift+X")));
+
+        control<QPushButton>(window, QStringLiteral("Reset every shortcut to its default"))->click();
+        QCOMPARE(shortcuts.shortcuts(), KeyboardShortcutPreferences::defaultShortcuts());
+        QCOMPARE(readAloud->keySequence(), QKeySequence(QStringLiteral("Meta+Shift+R")));
     }
 };
 
