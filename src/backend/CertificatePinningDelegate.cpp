@@ -43,6 +43,7 @@ void CertificatePinningDelegate::check(QNetworkReply *reply)
         m_service.validate(trust, host);
     } catch (const CertificatePinningError &error) {
         PLOG(lcBackend) << "❌ Certificate pinning failed for " << host << ": " << error.description();
+        reply->setProperty(refusedProperty, true);
         reply->abort();
     }
 }

@@ -15,6 +15,9 @@ namespace parlino {
 class CertificatePinningDelegate final : public QObject {
     Q_OBJECT
 public:
+    // Set (true) on a reply whose connection was refused, so its caller can say why it failed.
+    static constexpr const char *refusedProperty = "parlinoPinningRefused";
+
     explicit CertificatePinningDelegate(CertificatePinningService service, QObject *parent = nullptr);
 
     // Checks every encrypted connection the manager makes from now on.
