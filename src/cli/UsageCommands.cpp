@@ -1,12 +1,12 @@
 #include "cli/UsageCommands.h"
 
 #include "usage/MonthlyUsageStats.h"
+#include "usage/SpeechPrices.h"
 #include "usage/UsageTrackingService.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <cmath>
 #include <cstdio>
 
 namespace parlino {
@@ -22,14 +22,6 @@ void printTo(FILE *stream, const QString &text)
     std::fflush(stream);
 }
 
-// Cents as dollars, to the cent; a cost under a cent shows as such instead of "$0.00".
-QString dollars(double cents)
-{
-    if (cents > 0 && cents < 0.5)
-        return QStringLiteral("less than $0.01");
-    return QStringLiteral("$") + QString::number(static_cast<double>(std::llround(cents)) / 100.0, 'f', 2);
-}
-
 void printBreakdown(const QString &title, const QMap<QString, UsageBreakdown> &lines)
 {
     if (lines.isEmpty())
@@ -42,7 +34,7 @@ void printBreakdown(const QString &title, const QMap<QString, UsageBreakdown> &l
                             .arg(figures.characters)
                             .arg(figures.callCount)
                             .arg(figures.callCount == 1 ? QStringLiteral("request") : QStringLiteral("requests"),
-                                 dollars(figures.costCents)));
+                                 dollarText(figures.costCents)));
     }
 }
 
@@ -66,7 +58,7 @@ int runUsageCommand(const UsageTrackingService &usage, const QStringList &argume
     }
     printTo(stdout, QStringLiteral("Usage in %1").arg(month));
     printTo(stdout, QStringLiteral("Characters: %1").arg(usage.currentMonthCharacters()));
-    printTo(stdout, QStringLiteral("Estimated cost: %1").arg(dollars(stats.exactCostCents)));
+    printTo(stdout, QStringLiteral("Estimated cost: %1").arg(dollarText(stats.exactCostCents)));
     printTo(stdout, QStringLiteral("Requests: %1 read aloud, %2 summaries, %3 podcasts, %4 questions")
                         .arg(stats.ttsCallCount)
                         .arg(stats.readSummaryCount)

@@ -442,6 +442,8 @@ FloatingPlayerWindowController &AppServices::floatingPlayer()
             std::make_unique<FloatingPlayerWindowController>(appState(), player(), &X11WindowHints::placeOnAllDesktops);
         auto *view = new FloatingPlayerView(appState(), player(), *m_floatingPlayer);
         view->setLibraryActions(libraryActions());
+        OpenAIClient *client = &openAIClient();
+        view->setCostEstimate([client] { return client->speechModelName(); });
         m_floatingPlayer->setContentView(view);
     }
     return *m_floatingPlayer;
