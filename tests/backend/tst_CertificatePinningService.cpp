@@ -1,4 +1,5 @@
 #include "LogCapture.h"
+#include "backend/AccountSyncService.h"
 #include "backend/CertificatePinningDelegate.h"
 #include "backend/CertificatePinningError.h"
 #include "backend/CertificatePinningService.h"
@@ -237,6 +238,31 @@ private Q_SLOTS:
             QCOMPARE(error.kind(), Kind::invalidServerTrust);
         }
         QVERIFY(log.contains(QStringLiteral("❌ Server trust evaluation failed for example.org")));
+    }
+
+    // A refused connection reaches a caller of the web backend as a failure that says why, and no
+    // request is answered.
+    void refusalReachesTheCaller()
+    {
+        QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
+        const QSslConfiguration original = trusting;
+        trusting.addCaCertificate(m_root);
+        QSslConfiguration::setDefaultConfiguration(trusting);
+        QNetworkAccessManager network;
+        CertificatePinningDelegate delegate(
+            CertificatePinningService({}, {flipLastByte(m_leaf.publicKey().toDer())}, Mode::publicKey));
+        delegate.install(network);
+        AccountSyncService accounts(QStringLiteral("https://127.0.0.1:%1").arg(m_server->serverPort()), &network);
+        std::optional<AccountSyncService::LinkResult> result;
+        auto linking = [&]() -> QCoro::Task<> {
+            QCoro::Task<AccountSyncService::LinkResult> task = accounts.link(QStringLiteral("reader@example.com"));
+            result = co_await task;
+        };
+        auto running = linking();
+        QTRY_VERIFY_WITH_TIMEOUT(result.has_value(), 20000);
+        QSslConfiguration::setDefaultConfiguration(original);
+        QCOMPARE(result->message, QStringLiteral("Account sync failed: The server's certificate does not match the "
+                                                 "pinned certificates."));
     }
 
     // The pins file: certificates and keys named relative to it, each as PEM or DER; a missing file
