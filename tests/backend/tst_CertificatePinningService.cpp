@@ -104,34 +104,22 @@ private Q_SLOTS:
         writeFile(
             dir + QStringLiteral("/leaf.ext"),
             "basicConstraints=CA:FALSE\nsubjectAltName=IP:127.0.0.1,DNS:localhost\nextendedKeyUsage=serverAuth\n");
-        const QStringList ec{QStringLiteral("-newkey"), QStringLiteral("ec"), QStringLiteral("-pkeyopt"),
-                             QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes")};
-        QVERIFY(openssl(dir, QStringList{QStringLiteral("req"), QStringLiteral("-x509")} + ec
-                                 + QStringList{QStringLiteral("-keyout"), QStringLiteral("ca.key"),
-                                               QStringLiteral("-out"), QStringLiteral("ca.pem"),
-                                               QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"),
-                                               QStringLiteral("/CN=Parlino Test Root"), QStringLiteral("-addext"),
-                                               QStringLiteral("basicConstraints=critical,CA:TRUE"),
-                                               QStringLiteral("-addext"),
-                                               QStringLiteral("keyUsage=critical,keyCertSign,cRLSign")}));
-        QVERIFY(openssl(dir, {QStringLiteral("req"), QStringLiteral("-newkey"), QStringLiteral("rsa:2048"),
-                              QStringLiteral("-nodes"), QStringLiteral("-keyout"), QStringLiteral("int.key"),
-                              QStringLiteral("-out"), QStringLiteral("int.csr"), QStringLiteral("-subj"),
-                              QStringLiteral("/CN=Parlino Test Intermediate")}));
-        QVERIFY(openssl(dir, {QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
-                              QStringLiteral("int.csr"), QStringLiteral("-CA"), QStringLiteral("ca.pem"),
-                              QStringLiteral("-CAkey"), QStringLiteral("ca.key"), QStringLiteral("-CAcreateserial"),
-                              QStringLiteral("-out"), QStringLiteral("int.pem"), QStringLiteral("-days"),
-                              QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("ca.ext")}));
-        QVERIFY(openssl(dir, QStringList{QStringLiteral("req")} + ec
-                                 + QStringList{QStringLiteral("-keyout"), QStringLiteral("leaf.key"),
-                                               QStringLiteral("-out"), QStringLiteral("leaf.csr"),
-                                               QStringLiteral("-subj"), QStringLiteral("/CN=127.0.0.1")}));
-        QVERIFY(openssl(dir, {QStringLiteral("x509"), QStringLiteral("-req"), QStringLiteral("-in"),
-                              QStringLiteral("leaf.csr"), QStringLiteral("-CA"), QStringLiteral("int.pem"),
-                              QStringLiteral("-CAkey"), QStringLiteral("int.key"), QStringLiteral("-CAcreateserial"),
-                              QStringLiteral("-out"), QStringLiteral("leaf.pem"), QStringLiteral("-days"),
-                              QStringLiteral("2"), QStringLiteral("-extfile"), QStringLiteral("leaf.ext")}));
+        // A root, an RSA intermediate under it and an elliptic-curve server certificate under that.
+        const QStringList commands{
+            QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout ca.key -out "
+                           "ca.pem -days 2 -subj /CN=ParlinoTestRoot -addext basicConstraints=critical,CA:TRUE "
+                           "-addext keyUsage=critical,keyCertSign,cRLSign"),
+            QStringLiteral(
+                "req -newkey rsa:2048 -nodes -keyout int.key -out int.csr -subj /CN=ParlinoTestIntermediate"),
+            QStringLiteral("x509 -req -in int.csr -CA ca.pem -CAkey ca.key -CAcreateserial -out int.pem -days 2 "
+                           "-extfile ca.ext"),
+            QStringLiteral("req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -keyout leaf.key -out "
+                           "leaf.csr -subj /CN=127.0.0.1"),
+            QStringLiteral("x509 -req -in leaf.csr -CA int.pem -CAkey int.key -CAcreateserial -out leaf.pem -days 2 "
+                           "-extfile leaf.ext"),
+            QStringLiteral("x509 -in int.pem -pubkey -noout -out int.pub")};
+        for (const QString &command : commands)
+            QVERIFY(openssl(dir, command.split(u' ')));
         m_root = QSslCertificate(fileBytes(dir + QStringLiteral("/ca.pem")));
         m_intermediate = QSslCertificate(fileBytes(dir + QStringLiteral("/int.pem")));
         m_leaf = QSslCertificate(fileBytes(dir + QStringLiteral("/leaf.pem")));
@@ -270,9 +258,6 @@ private Q_SLOTS:
     void pinsFile()
     {
         const QString dir = m_dir.path();
-        QVERIFY(openssl(dir, {QStringLiteral("x509"), QStringLiteral("-in"), QStringLiteral("int.pem"),
-                              QStringLiteral("-pubkey"), QStringLiteral("-noout"), QStringLiteral("-out"),
-                              QStringLiteral("int.pub")}));
         writeFile(dir + QStringLiteral("/leaf.der"), m_leaf.toDer());
         writeFile(dir + QStringLiteral("/pins.json"),
                   R"({"mode": "certificate", "certificates": ["leaf.der"], "publicKeys": ["int.pub", "leaf.pem"]})");
