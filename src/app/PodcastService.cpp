@@ -88,6 +88,8 @@ QCoro::Task<Podcast> PodcastService::generatePodcast(QString text, PodcastType t
         QFile::remove(audioPath);
 
     m_state.setPodcastGenerationProgress(QStringLiteral("Complete!"));
+    if (m_activityNotice)
+        m_activityNotice();
     PLOG(lcAi) << "▶️ Step 6: Auto-playing podcast...";
     m_podcasts.playPodcast(stored);
     PLOG(lcAi) << "✅ Podcast generation complete!";

@@ -31,6 +31,8 @@ public:
                    Clock &clock, QObject *parent = nullptr);
 
     QCoro::Task<Podcast> generatePodcast(QString text, PodcastType type);
+    // Called after every podcast that was stored (the linked account's activity notice).
+    void enableActivityNotices(std::function<void()> notice) { m_activityNotice = std::move(notice); }
 
 private:
     OpenAIClient &m_client;
@@ -38,6 +40,7 @@ private:
     AppState &m_state;
     DurationFunction m_duration;
     Clock &m_clock;
+    std::function<void()> m_activityNotice;
 };
 
 } // namespace parlino

@@ -218,6 +218,8 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
                 co_await caching;
             }
             recordUsage(flow, spoken, voice, figures);
+            if (m_activityNotice)
+                m_activityNotice();
             m_state.setIsProcessing(false);
             m_state.setProcessingProgress(1.0);
             Q_EMIT flowFinished(texts.flowName, QString());
@@ -250,6 +252,8 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         }
         PLOG(lcApp) << "✅ " << texts.cachedNoun << " cached successfully";
         recordUsage(flow, spoken, voice, figures);
+        if (m_activityNotice)
+            m_activityNotice();
     } catch (const std::exception &error) {
         PLOG(lcApp) << "❌ " << texts.failureLog << " failed: " << describe(error);
         if (stream && stream->arrivedSeconds() > 0) {
@@ -269,6 +273,11 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
 void ServicesProvider::enableUsageTracking(UsageTrackingService &usage)
 {
     m_usage = &usage;
+}
+
+void ServicesProvider::enableActivityNotices(std::function<void()> notice)
+{
+    m_activityNotice = std::move(notice);
 }
 
 void ServicesProvider::recordUsage(Flow flow, const QString &spoken, TTSVoice voice, const ReadingFigures &figures)

@@ -43,6 +43,8 @@ public:
     void enableStreaming(PlayStreamFunction playStream, std::function<bool()> isEnabled);
     // Every finished reading is logged in the usage account from then on.
     void enableUsageTracking(UsageTrackingService &usage);
+    // Called after every finished reading, summary and podcast (the linked account's activity notice).
+    void enableActivityNotices(std::function<void()> notice);
 
     QCoro::Task<> processReadAloud(QString text);
     QCoro::Task<> processReadSummary(QString text);
@@ -92,6 +94,7 @@ private:
     std::function<bool()> m_streamingEnabled;
     UserNotifier &m_notifier;
     UsageTrackingService *m_usage = nullptr;
+    std::function<void()> m_activityNotice;
     // Readings that went on offline because OpenAI could not be reached, so far.
     int m_connectionFallbacks = 0;
 };

@@ -5,7 +5,8 @@ namespace parlino {
 namespace {
 
 // Subcommands that other parts of the app register with this parser.
-const QStringList kSubcommands{QStringLiteral("synthesize"), QStringLiteral("summarize"), QStringLiteral("library")};
+const QStringList kSubcommands{QStringLiteral("synthesize"), QStringLiteral("summarize"), QStringLiteral("library"),
+                               QStringLiteral("account"), QStringLiteral("usage")};
 
 } // namespace
 
@@ -86,6 +87,10 @@ QString usageText()
         "  summarize [--length short|medium|long] [TEXT|-]\n"
         "                            print a spoken-style summary of TEXT (or standard input)\n"
         "  library list [--json]     list the saved audio and the podcasts, newest first\n"
+        "  account link EMAIL        link your Parlino account (the running app follows at once)\n"
+        "  account unlink            forget the linked account\n"
+        "  account status            show the linked account\n"
+        "  usage [--json]            this month's characters, estimated cost and breakdowns\n"
         "  parlino://...             hand a parlino link to the running app\n"
         "  -h, --help                show this help\n"
         "  -v, --version             show the version\n"
@@ -93,7 +98,8 @@ QString usageText()
         "Environment:\n"
         "  OPENAI_API_KEY            your OpenAI key (else the keyring item user=openai_api_key\n"
         "                            server=com.parlino.app, else the setting openai_api_key)\n"
-        "  OPENAI_BASE_URL           an OpenAI-compatible server (default https://api.openai.com/v1)\n");
+        "  OPENAI_BASE_URL           an OpenAI-compatible server (default https://api.openai.com/v1)\n"
+        "  PARLINO_BACKEND_URL       the web backend for account linking (default https://api.parlino.app)\n");
 }
 
 } // namespace parlino

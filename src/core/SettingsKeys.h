@@ -38,6 +38,8 @@ inline const QString openAIAPIKey = QStringLiteral("openai_api_key");
 
 // Account and backend.
 inline const QString userEmail = QStringLiteral("userEmail");
+// The web backend's count of the linked account's characters this month, as its last sync told it.
+inline const QString accountMonthCharacters = QStringLiteral("accountCurrentMonthCharacters");
 // The backend's device identifier; the older spelling "deviceId" is app data that a reset removes.
 inline const QString deviceID = QStringLiteral("deviceID");
 inline const QString legacyDeviceId = QStringLiteral("deviceId");

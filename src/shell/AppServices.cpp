@@ -10,10 +10,14 @@
 #include "app/ServicesProvider.h"
 #include "app/VoicePreview.h"
 #include "backend/APIKeyFile.h"
+#include "backend/AccountSyncService.h"
+#include "backend/CertificatePinningDelegate.h"
+#include "backend/EmailNotificationService.h"
 #include "backend/KeychainService.h"
 #include "backend/ModelAvailability.h"
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
+#include "backend/WebBackend.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "core/Error.h"
@@ -49,6 +53,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QNetworkAccessManager>
 #include <QUrl>
 
 namespace parlino {
@@ -65,6 +70,16 @@ QCoro::Task<double> measureMp3(QString path)
     stream.append(file.readAll());
     stream.finish();
     co_return stream.arrivedSeconds();
+}
+
+// A sync nobody waits for: its failure is already logged and in the sync status.
+QCoro::Task<> syncQuietly(AccountSyncService &service, QString email)
+{
+    try {
+        QCoro::Task<AccountSyncService::AccountData> syncing = service.syncAccountData(email);
+        co_await syncing;
+    } catch (const Error &) {
+    }
 }
 
 } // namespace
@@ -237,6 +252,70 @@ AudioPlayerManager &AppServices::player()
     return *m_player;
 }
 
+AccountSyncService &AppServices::accountSync()
+{
+    if (!m_accountSync) {
+        if (!m_webBackendNetwork) {
+            m_webBackendNetwork = std::make_unique<QNetworkAccessManager>();
+            m_webBackendPinning =
+                std::make_unique<CertificatePinningDelegate>(CertificatePinningService::loadConfigured());
+            m_webBackendPinning->install(*m_webBackendNetwork);
+        }
+        m_accountSync = std::make_unique<AccountSyncService>(WebBackend::origin(), m_webBackendNetwork.get());
+        Defaults *settings = &defaults();
+        QObject::connect(m_accountSync.get(), &AccountSyncService::currentMonthCharactersReceived, settings,
+                         [settings](const QString &, qint64 characters) {
+                             settings->set(SettingsKeys::accountMonthCharacters, characters);
+                         });
+        // The command line links without the desktop parts; the app's state follows when it exists.
+        if (m_appState)
+            QObject::connect(m_accountSync.get(), &AccountSyncService::syncStatusChanged, m_appState.get(),
+                             &AppState::setAccountSyncStatus);
+        // voicePreferenceSyncRequested starts the voice-preference sync with the hosted database.
+    }
+    return *m_accountSync;
+}
+
+EmailNotificationService &AppServices::emailNotifications()
+{
+    if (!m_emailNotifications) {
+        (void)accountSync(); // builds the pinned connections both share
+        m_emailNotifications = std::make_unique<EmailNotificationService>(Clock::system(), WebBackend::origin(),
+                                                                          m_webBackendNetwork.get());
+    }
+    return *m_emailNotifications;
+}
+
+void AppServices::noticeUsageActivity()
+{
+    const std::optional<QString> email = defaults().stringForKey(SettingsKeys::userEmail);
+    if (email && !email->isEmpty())
+        emailNotifications().notifyUsageActivityThrottled(*email);
+}
+
+void AppServices::syncAccount(const QString &email)
+{
+    syncQuietly(accountSync(), email);
+}
+
+void AppServices::reloadAccount()
+{
+    defaults().synchronize(); // reads what the other process wrote
+    AppState &state = appState();
+    const std::optional<QString> email = defaults().stringForKey(SettingsKeys::userEmail);
+    if (!email || email->isEmpty()) {
+        if (state.isAccountLinked()) {
+            state.clearAccount();
+            state.setAccountSyncStatus(AccountSyncStatus::notSynced());
+        }
+        return;
+    }
+    if (state.userEmail() == email)
+        return;
+    state.loadAccountState();
+    syncAccount(*email);
+}
+
 ServicesProvider &AppServices::servicesProvider()
 {
     if (!m_servicesProvider) {
@@ -245,6 +324,7 @@ ServicesProvider &AppServices::servicesProvider()
             appState(), openAIClient(), speechCache(), [audioPlayer](const QUrl &url) { audioPlayer->play(url); },
             notifier());
         m_servicesProvider->enableUsageTracking(usageTracking());
+        m_servicesProvider->enableActivityNotices([this] { noticeUsageActivity(); });
         Defaults *settings = &defaults();
         m_servicesProvider->enableStreaming(
             [audioPlayer](std::shared_ptr<SpeechStream> stream) { audioPlayer->playStream(std::move(stream)); },
@@ -331,9 +411,11 @@ PodcastManager &AppServices::podcasts()
 
 PodcastService &AppServices::podcastService()
 {
-    if (!m_podcastService)
+    if (!m_podcastService) {
         m_podcastService =
             std::make_unique<PodcastService>(openAIClient(), podcasts(), appState(), &measureMp3, Clock::system());
+        m_podcastService->enableActivityNotices([this] { noticeUsageActivity(); });
+    }
     return *m_podcastService;
 }
 
@@ -372,6 +454,8 @@ FloatingPlayerWindowController &AppServices::floatingPlayer()
             std::make_unique<FloatingPlayerWindowController>(appState(), player(), &X11WindowHints::placeOnAllDesktops);
         auto *view = new FloatingPlayerView(appState(), player(), *m_floatingPlayer);
         view->setLibraryActions(libraryActions());
+        OpenAIClient *client = &openAIClient();
+        view->setCostEstimate([client] { return client->speechModelName(); });
         m_floatingPlayer->setContentView(view);
     }
     return *m_floatingPlayer;

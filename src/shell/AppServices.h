@@ -1,16 +1,23 @@
 #pragma once
 
+#include <QString>
+
 #include <memory>
+
+class QNetworkAccessManager;
 
 namespace parlino {
 
 class APIKeyFile;
+class AccountSyncService;
 class AppShortcutActions;
 class AppState;
 class AudioExportService;
 class AudioPlayerManager;
+class CertificatePinningDelegate;
 class Defaults;
 class DesktopNotifier;
+class EmailNotificationService;
 class FloatingPlayerWindowController;
 class KeyboardShortcutManager;
 class KeyboardShortcutPreferences;
@@ -68,6 +75,19 @@ public:
     OfflineSpeechProvider &offlineSpeech();
     OpenAIClient &openAIClient();
 
+    // The web backend: account linking and activity notices, over connections checked against the
+    // certificate pins of pins.json (none: not pinned).
+    AccountSyncService &accountSync();
+    EmailNotificationService &emailNotifications();
+    // The activity notice of a finished reading, summary, podcast or answered question: sent (after
+    // the quiet minute) only when an account is linked.
+    void noticeUsageActivity();
+    // Syncs the account data; failures are logged and shown through the sync status only.
+    void syncAccount(const QString &email);
+    // The settings' account changed in another process (`parlino account`): the state follows, and a
+    // newly linked account is synced.
+    void reloadAccount();
+
     // Everything below needs the application object of a desktop session.
     AppState &appState();
     DesktopNotifier &notifier();
@@ -111,6 +131,10 @@ private:
     std::unique_ptr<SpeechSynthesizer> m_speechSynthesizer;
     OfflineSpeechProvider *m_offlineSpeech = nullptr; // owned by m_speechSynthesizer
     std::unique_ptr<OpenAIClient> m_openAIClient;
+    std::unique_ptr<QNetworkAccessManager> m_webBackendNetwork;
+    std::unique_ptr<CertificatePinningDelegate> m_webBackendPinning;
+    std::unique_ptr<AccountSyncService> m_accountSync;
+    std::unique_ptr<EmailNotificationService> m_emailNotifications;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<UsageTracker> m_usageTracker;

@@ -6,9 +6,11 @@
 #include "app/ServicesProvider.h"
 #include "backend/ModelAvailability.h"
 #include "backend/OpenAIConnection.h"
+#include "cli/AccountCommands.h"
 #include "cli/LibraryCommands.h"
 #include "cli/OpenAICommands.h"
 #include "cli/ServiceClient.h"
+#include "cli/UsageCommands.h"
 #include "core/Clock.h"
 #include "core/Logging.h"
 #include "input/HotKeyID.h"
@@ -27,6 +29,7 @@
 #include "ui/OnboardingWindow.h"
 #include "ui/SettingsWindow.h"
 #include "ui/StatusBarController.h"
+#include "usage/UsageTrackingService.h"
 
 #include <QApplication>
 #include <QFileInfo>
@@ -53,6 +56,17 @@ int ParlinoApp::runSubcommand(const LaunchRequest &request)
     if (request.command == u"library")
         return runLibraryCommand(SavedAudioStorageService(), PodcastStorageService(), request.arguments);
     AppServices services;
+    if (request.command == u"account") {
+        return runAccountCommand(services.accountSync(), services.defaults(), request.arguments, [] {
+            // A running app reads the account again; without one the settings file is all there is.
+            QString unreached;
+            (void)DBusApplicationService::forwardAction(QStringLiteral("account-changed"), {}, &unreached);
+        });
+    }
+    if (request.command == u"usage") {
+        const UsageTrackingService usage(services.defaults(), Clock::system());
+        return runUsageCommand(usage, request.arguments);
+    }
     if (request.command == u"synthesize")
         return runSynthesizeCommand(services.speechSynthesizer(), services.offlineSpeech(), request.arguments);
     return runSummarizeCommand(services.openAIClient(), request.arguments);
@@ -114,6 +128,7 @@ int ParlinoApp::run(const LaunchRequest &request)
     components.keyboardManager = [&services] { return &services.shortcutManager(); };
     components.floatingPlayer = [&services] { return &services.floatingPlayer(); };
     components.stopPlayback = [&services] { services.player().stop(false); };
+    components.syncAccount = [&services](const QString &email) { services.syncAccount(email); };
     components.statusBar = [this, &services] {
         m_statusBar = new StatusBarController([this, &services](QWidget *popover) {
             auto *view = new MenuPopoverView(services.appState(), popover);
@@ -165,6 +180,8 @@ int ParlinoApp::run(const LaunchRequest &request)
             [this](const QString &action, const QVariantList &parameters) {
                 if (action == u"play" && parameters.size() == 1)
                     playFile(parameters.first().toString());
+                else if (action == u"account-changed")
+                    m_services->reloadAccount();
                 else
                     PLOG(lcApp) << "⚠️ Unknown action requested: " << action;
             });

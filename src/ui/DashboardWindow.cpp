@@ -3,6 +3,7 @@
 #include "app/AppState.h"
 #include "core/Clock.h"
 #include "usage/MonthlyUsageStats.h"
+#include "usage/SpeechPrices.h"
 #include "usage/UsageBreakdowns.h"
 #include "usage/UsageTracker.h"
 #include "usage/UsageTrackingService.h"
@@ -47,12 +48,6 @@ QString voiceName(const QString &voice)
     if (!name.isEmpty())
         name[0] = name[0].toUpper();
     return name;
-}
-
-QString dollars(double cents)
-{
-    // OpenAI bills in US dollars.
-    return u'$' + QLocale().toString(cents / 100.0, 'f', 2);
 }
 
 // A figure with its caption above it; the caption is also the figure's name for screen readers.
@@ -100,7 +95,7 @@ void fill(QTableWidget *table, const QMap<QString, UsageBreakdown> &lines, QStri
     for (int row = 0; row < sorted.size(); ++row) {
         const auto &[key, line] = sorted.at(row);
         const QStringList cells{name(key), locale.toString(line.callCount), locale.toString(line.characters),
-                                dollars(line.costCents)};
+                                dollarText(line.costCents)};
         for (int column = 0; column < cells.size(); ++column) {
             auto *item = new QTableWidgetItem(cells.at(column));
             if (column > 0)
@@ -183,7 +178,7 @@ void DashboardWindow::refresh()
     const QLocale locale;
     const MonthlyUsageStats &stats = m_usage.monthlyStats();
     m_characters->setText(locale.toString(stats.totalCharacters));
-    m_cost->setText(dollars(stats.exactCostCents));
+    m_cost->setText(dollarText(stats.exactCostCents));
     m_readings->setText(
         locale.toString(stats.ttsCallCount + stats.podcastCount + stats.qaInteractionCount + stats.readSummaryCount));
     fill(m_byFeature, stats.byFeature, &featureName);

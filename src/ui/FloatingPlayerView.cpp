@@ -8,6 +8,7 @@
 #include "ui/FloatingPlayerResizeGrip.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/SnapSlider.h"
+#include "usage/SpeechPrices.h"
 
 #include <QFileInfo>
 #include <QHBoxLayout>
@@ -163,6 +164,10 @@ void FloatingPlayerView::buildLayout()
     times->addStretch(1);
     times->addWidget(m_total);
     root->addLayout(times);
+    m_cost = makeCaption(this, QStringLiteral("costLabel"));
+    m_cost->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    m_cost->hide();
+    root->addWidget(m_cost);
 
     // Transport.
     auto *transport = new QHBoxLayout;
@@ -326,6 +331,31 @@ void FloatingPlayerView::updateSpeechNotice()
     m_speechNotice->setText(notice);
     m_speechNotice->setAccessibleName(notice);
     m_speechNotice->setVisible(!notice.isEmpty());
+}
+
+void FloatingPlayerView::setCostEstimate(std::function<QString()> speechModel)
+{
+    m_speechModel = std::move(speechModel);
+    connect(&m_appState, &AppState::currentPlayingContextChanged, this, &FloatingPlayerView::updateCost,
+            Qt::UniqueConnection);
+    updateCost();
+}
+
+void FloatingPlayerView::updateCost()
+{
+    const QString &text = m_appState.currentPlayingContext();
+    m_cost->setVisible(m_speechModel && !text.isEmpty());
+    if (!m_cost->isVisible())
+        return;
+    const QString model = m_speechModel();
+    const double centsPerThousand = speechCentsPerThousandCharacters(model);
+    const QString cost = dollarText(static_cast<double>(text.size()) / 1000.0 * centsPerThousand);
+    m_cost->setText(QStringLiteral("Estimated cost: ") + cost);
+    m_cost->setAccessibleName(QStringLiteral("Estimated cost of this reading: ") + cost);
+    m_cost->setToolTip(QStringLiteral("%1 characters read with %2 at %3 cents per 1000 characters")
+                           .arg(text.size())
+                           .arg(model)
+                           .arg(centsPerThousand));
 }
 
 void FloatingPlayerView::setLibraryActions(LibraryActions &actions)

@@ -4,6 +4,8 @@
 #include <QPointer>
 #include <QString>
 
+#include <functional>
+
 class QLabel;
 class QProgressBar;
 class QToolButton;
@@ -33,6 +35,9 @@ public:
 
     // Shows the podcast, save and download buttons, which act through `actions`.
     void setLibraryActions(LibraryActions &actions);
+    // Shows the estimated cost of reading the playing text, priced for the model that `speechModel`
+    // names when the text changes.
+    void setCostEstimate(std::function<QString()> speechModel);
 
     // Whole seconds as minutes:seconds ("0:07", "12:30"); negative or unknown times read "0:00".
     [[nodiscard]] static QString formatTime(double seconds);
@@ -53,6 +58,7 @@ private:
     void updateSpeed();
     void updateProcessing();
     void updateSpeechNotice();
+    void updateCost();
     void updateLibraryButtons();
     void handleCloseButton();
 
@@ -70,6 +76,8 @@ private:
     QProgressBar *m_progress = nullptr;
     QLabel *m_elapsed = nullptr;
     QLabel *m_total = nullptr;
+    QLabel *m_cost = nullptr;
+    std::function<QString()> m_speechModel;
     QToolButton *m_skipBackButton = nullptr;
     QToolButton *m_playPauseButton = nullptr;
     QToolButton *m_skipForwardButton = nullptr;

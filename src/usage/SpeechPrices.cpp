@@ -2,6 +2,8 @@
 
 #include <QHash>
 
+#include <cmath>
+
 namespace parlino {
 
 double speechCentsPerThousandCharacters(const QString &model)
@@ -16,6 +18,13 @@ double speechCentsPerThousandCharacters(const QString &model)
         {QStringLiteral("espeak-ng"), 0.0},
     };
     return prices.value(model, 1.5);
+}
+
+QString dollarText(double cents)
+{
+    if (cents > 0 && cents < 0.5)
+        return QStringLiteral("less than $0.01");
+    return QStringLiteral("$") + QString::number(static_cast<double>(std::llround(cents)) / 100.0, 'f', 2);
 }
 
 } // namespace parlino

@@ -10,4 +10,8 @@ namespace parlino {
 // docs/usage.md). The offline voice costs nothing; a model not listed is priced like tts-1.
 [[nodiscard]] double speechCentsPerThousandCharacters(const QString &model);
 
+// A cost in cents as a user reads it: dollars to the cent ("$0.08"), "less than $0.01" for a cost that
+// would round to nothing, "$0.00" for none.
+[[nodiscard]] QString dollarText(double cents);
+
 } // namespace parlino

@@ -61,12 +61,14 @@ private:
     PodcastManager m_podcasts{m_storage, [this](const Podcast &podcast) { m_played.append(podcast); }};
     PodcastService m_service{m_client, m_podcasts, m_state, measuredSeconds, m_clock};
     QStringList m_progress;
+    int m_activityNotices = 0;
 };
 
 void PodcastServiceTest::initTestCase()
 {
     connect(&m_state, &AppState::podcastGenerationProgressChanged, this,
             [this] { m_progress.append(m_state.podcastGenerationProgress()); });
+    m_service.enableActivityNotices([this] { ++m_activityNotices; });
 }
 
 void PodcastServiceTest::init()
@@ -76,6 +78,7 @@ void PodcastServiceTest::init()
     m_server.setChatContent(metadataAnswer);
     m_played.clear();
     m_progress.clear();
+    m_activityNotices = 0;
 }
 
 void PodcastServiceTest::aGeneratedPodcastIsSpokenStoredAndPlayed()
@@ -111,6 +114,7 @@ void PodcastServiceTest::aGeneratedPodcastIsSpokenStoredAndPlayed()
     QCOMPARE(m_storage.loadAllPodcasts(), QList<Podcast>{podcast});
     QCOMPARE(m_podcasts.savedPodcasts(), QList<Podcast>{podcast});
     QCOMPARE(m_played, QList<Podcast>{podcast});
+    QCOMPARE(m_activityNotices, 1);
     QVERIFY(log.containsInOrder({u"🎙️ Starting podcast generation..."_qs, u"   - Type: Deep Dive"_qs,
                                  u"📝 Step 1: Generating podcast script..."_qs, u"📋 Step 2: Generating metadata..."_qs,
                                  u"🎤 Step 3: Converting to speech..."_qs, u"⏱️ Step 4: Calculating duration..."_qs,
@@ -131,6 +135,7 @@ void PodcastServiceTest::aFailedStepStoresAndPlaysNothing()
     QCOMPARE(m_server.requests(QStringLiteral("/chat/completions")).size(), 2);
     QVERIFY(m_server.requests(QStringLiteral("/audio/speech")).isEmpty());
     QVERIFY(!m_progress.contains(QStringLiteral("Complete!")));
+    QCOMPARE(m_activityNotices, 0);
 
     // Speech fails after a whole script and metadata (another voice, so the cache cannot answer).
     m_server.clearFailures();

@@ -126,6 +126,7 @@ private Q_SLOTS:
     void controlsDriveThePlayer();
     void closeButtonStopsAndHides();
     void libraryButtonsKeepThePlayingAudio();
+    void showsTheEstimatedCostOfTheReading();
 
 private:
     [[nodiscard]] bool run(const QString &program, const QStringList &arguments, QByteArray *output = nullptr);
@@ -485,6 +486,32 @@ void FloatingPlayerViewTest::libraryButtonsKeepThePlayingAudio()
                           QStringLiteral("'Why We Listen' has been created and is now playing. Find it in the "
                                          "Podcasts tab.")}));
     m_player->stop(false);
+}
+
+// The playing text priced for the model that reads it, to the cent; hidden while nothing plays.
+void FloatingPlayerViewTest::showsTheEstimatedCostOfTheReading()
+{
+    auto *view = m_controller->window()->findChild<FloatingPlayerView *>();
+    QVERIFY(view);
+    auto *cost = child<QLabel>("costLabel");
+    QString model = QStringLiteral("tts-1-hd");
+    view->setCostEstimate([&model] { return model; });
+    m_appState->setCurrentPlayingContext(QString(2000, u'a'));
+    QVERIFY(!cost->isHidden());
+    QCOMPARE(cost->text(), QStringLiteral("Estimated cost: $0.06"));
+    QCOMPARE(cost->accessibleName(), QStringLiteral("Estimated cost of this reading: $0.06"));
+    QCOMPARE(cost->toolTip(), QStringLiteral("2000 characters read with tts-1-hd at 3 cents per 1000 characters"));
+
+    model = QStringLiteral("tts-1");
+    m_appState->setCurrentPlayingContext(QString(100, u'b'));
+    QCOMPARE(cost->text(), QStringLiteral("Estimated cost: less than $0.01"));
+    model = QStringLiteral("espeak-ng");
+    m_appState->setCurrentPlayingContext(QString(5000, u'c'));
+    QCOMPARE(cost->text(), QStringLiteral("Estimated cost: $0.00"));
+
+    m_appState->setCurrentPlayingContext(QString());
+    QVERIFY(cost->isHidden());
+    view->setCostEstimate([] { return QStringLiteral("tts-1"); }); // `model` ends with this function
 }
 
 #include "tst_FloatingPlayerView.moc"
