@@ -136,7 +136,11 @@ private Q_SLOTS:
         SelectionApp app({QStringLiteral("--mode"), QStringLiteral("none"), QStringLiteral("--text"),
                           QStringLiteral("unreachable")});
         QVERIFY(app.waitUntilReady());
-        // The window manager can still be settling focus after the previous test's window closed.
+        // The window manager can still be settling focus after the previous test's window closed, and on a
+        // loaded machine it may leave nothing focused: the user clicks the window, as here.
+        QProcess::execute(QStringLiteral("xdotool"),
+                          {QStringLiteral("search"), QStringLiteral("--name"), QStringLiteral("^Selection test"),
+                           QStringLiteral("windowactivate"), QStringLiteral("--sync")});
         QString active;
         QTRY_VERIFY2_WITH_TIMEOUT((active = activeWindowName()).startsWith(QStringLiteral("Selection test")),
                                   qPrintable(QStringLiteral("active window: ") + active), 3000);
