@@ -11,6 +11,7 @@
 #include <functional>
 #include <optional>
 
+class QHttpMultiPart;
 class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
@@ -68,6 +69,9 @@ public:
     QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {});
     // GETs url with the key, asking for JSON; any HTTP answer comes back as for postJSON.
     QCoro::Task<HttpAnswer> getJSON(QUrl url);
+    // POSTs a multipart/form-data body (file uploads) with the key; takes ownership of parts. Any HTTP
+    // answer comes back as for postJSON.
+    QCoro::Task<HttpAnswer> postMultipart(QUrl url, QHttpMultiPart *parts);
 
 private:
     [[nodiscard]] QNetworkRequest authorizedRequest(const QUrl &url) const;
