@@ -7,6 +7,7 @@ namespace parlino {
 class AppState;
 class AudioPlayerManager;
 class LibraryActions;
+class QuestionActions;
 class ServicesProvider;
 class TextCaptureService;
 class UserNotifier;
@@ -20,6 +21,8 @@ public:
 
     // Download and save act on the playing audio through these; without them they do nothing.
     void setLibraryActions(LibraryActions *library) { m_library = library; }
+    // The question shortcut acts as the floating player's question button does.
+    void setQuestionActions(QuestionActions *questions) { m_questions = questions; }
 
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
@@ -45,6 +48,7 @@ private:
     TextCaptureService &m_capture;
     UserNotifier &m_notifier;
     LibraryActions *m_library = nullptr;
+    QuestionActions *m_questions = nullptr;
 };
 
 } // namespace parlino

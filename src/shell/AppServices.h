@@ -4,6 +4,7 @@
 
 namespace parlino {
 
+class AIQuestionService;
 class AppShortcutActions;
 class AppState;
 class AudioExportService;
@@ -18,6 +19,7 @@ class LibraryActions;
 class LinuxInputPlatform;
 class LinuxPermissionProbe;
 class MessageBoxPermissionDialogs;
+class MessageBoxQuestionAlerts;
 class ModelAvailability;
 class ModelSettings;
 class MpvAudioEngine;
@@ -28,10 +30,12 @@ class PermissionManager;
 class PodcastManager;
 class PodcastService;
 class PodcastStorageService;
+class QuestionActions;
 class QtSaveFileDialog;
 class SavedAudioManager;
 class SavedAudioStorageService;
 class ServicesProvider;
+class SpeechRecognitionService;
 class SpeechSynthesizer;
 class TTSCacheService;
 class TextCaptureService;
@@ -80,6 +84,10 @@ public:
     AudioExportService &audioExport();
     LibraryActions &libraryActions();
     FloatingPlayerWindowController &floatingPlayer();
+    // Voice questions: the microphone and its recognizers, the question flow, the button's behaviour.
+    SpeechRecognitionService &speechRecognition();
+    AIQuestionService &questions();
+    QuestionActions &questionActions();
 
 private:
     // Long texts report their progress into the application state, once both exist.
@@ -119,6 +127,10 @@ private:
     std::unique_ptr<AudioExportService> m_audioExport;
     std::unique_ptr<LibraryActions> m_libraryActions;
     std::unique_ptr<FloatingPlayerWindowController> m_floatingPlayer;
+    std::unique_ptr<SpeechRecognitionService> m_speechRecognition;
+    std::unique_ptr<MessageBoxQuestionAlerts> m_questionAlerts;
+    std::unique_ptr<AIQuestionService> m_questions;
+    std::unique_ptr<QuestionActions> m_questionActions;
 };
 
 } // namespace parlino

@@ -107,7 +107,12 @@ int ParlinoApp::run(const LaunchRequest &request)
         return &provider;
     };
     components.keyboardManager = [&services] { return &services.shortcutManager(); };
-    components.floatingPlayer = [&services] { return &services.floatingPlayer(); };
+    components.floatingPlayer = [this, &services] {
+        // The voice questions' alert offers the settings where the recognizer is chosen.
+        connect(&services.permissionManager(), &PermissionManager::recognizerSettingsRequested, this,
+                &ParlinoApp::showSettings, Qt::UniqueConnection);
+        return &services.floatingPlayer();
+    };
     components.stopPlayback = [&services] { services.player().stop(false); };
     components.statusBar = [this, &services] {
         m_statusBar = new StatusBarController([this, &services](QWidget *popover) {

@@ -13,6 +13,7 @@ namespace parlino {
 class AppState;
 class AudioPlayerManager;
 class LibraryActions;
+class QuestionActions;
 class FloatingPlayerResizeGrip;
 class FloatingPlayerWindowController;
 class SnapSlider;
@@ -33,6 +34,9 @@ public:
 
     // Shows the podcast, save and download buttons, which act through `actions`.
     void setLibraryActions(LibraryActions &actions);
+    // Shows the question button and, while a question is listened for, the microphone's level;
+    // Escape then drops the question.
+    void setQuestionActions(QuestionActions &actions);
 
     // Whole seconds as minutes:seconds ("0:07", "12:30"); negative or unknown times read "0:00".
     [[nodiscard]] static QString formatTime(double seconds);
@@ -41,6 +45,7 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
 
 private:
@@ -54,6 +59,8 @@ private:
     void updateProcessing();
     void updateSpeechNotice();
     void updateLibraryButtons();
+    void updateQuestionButton();
+    void updateQuestionLevel();
     void handleCloseButton();
 
     AppState &m_appState;
@@ -81,6 +88,10 @@ private:
     QToolButton *m_saveButton = nullptr;
     QToolButton *m_downloadButton = nullptr;
     QPointer<LibraryActions> m_library;
+    QWidget *m_questionRow = nullptr;
+    QToolButton *m_questionButton = nullptr;
+    QProgressBar *m_questionLevel = nullptr;
+    QPointer<QuestionActions> m_questions;
 
     QPoint m_dragLastGlobal;
     bool m_dragging = false;
