@@ -5,6 +5,7 @@
 
 #include <QFileInfo>
 #include <QList>
+#include <QtConcurrent>
 
 #include <algorithm>
 #include <cmath>
@@ -30,6 +31,13 @@ PocketSphinxRecognizer::PocketSphinxRecognizer(QString modelFolder, QObject *par
 
 PocketSphinxRecognizer::~PocketSphinxRecognizer()
 {
+    if (m_loading.isValid()) {
+        const Decoder loaded = m_loading.result();
+        if (loaded.decoder)
+            ps_free(loaded.decoder);
+        if (loaded.config)
+            cmd_ln_free_r(loaded.config);
+    }
     if (m_decoder)
         ps_free(m_decoder);
     if (m_config)
@@ -49,20 +57,44 @@ bool PocketSphinxRecognizer::isAvailable() const
            && QFileInfo::exists(modelPath(m_modelFolder, "cmudict-en-us.dict"));
 }
 
+PocketSphinxRecognizer::Decoder PocketSphinxRecognizer::loadDecoder(const QString &modelFolder)
+{
+    // The library's own trace would flood the console; the app logs what matters.
+    err_set_logfp(nullptr);
+    const QByteArray hmm = modelPath(modelFolder, "en-us").toLocal8Bit();
+    const QByteArray lm = modelPath(modelFolder, "en-us.lm.bin").toLocal8Bit();
+    const QByteArray dict = modelPath(modelFolder, "cmudict-en-us.dict").toLocal8Bit();
+    const QByteArray rate = QByteArray::number(kSampleRate);
+    Decoder loaded;
+    loaded.config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-lm", lm.constData(), "-dict",
+                                dict.constData(), "-samprate", rate.constData(), nullptr);
+    loaded.decoder = loaded.config ? ps_init(loaded.config) : nullptr;
+    return loaded;
+}
+
+void PocketSphinxRecognizer::preload()
+{
+    if (m_decoder || m_loading.isValid() || !isAvailable())
+        return;
+    m_loading = QtConcurrent::run(&PocketSphinxRecognizer::loadDecoder, m_modelFolder);
+}
+
 void PocketSphinxRecognizer::begin()
 {
     if (!m_decoder) {
-        if (!isAvailable())
-            throw SpeechRecognitionError::recognizerUnavailable();
-        // The library's own trace would flood the console; the app logs what matters.
-        err_set_logfp(nullptr);
-        const QByteArray hmm = modelPath(m_modelFolder, "en-us").toLocal8Bit();
-        const QByteArray lm = modelPath(m_modelFolder, "en-us.lm.bin").toLocal8Bit();
-        const QByteArray dict = modelPath(m_modelFolder, "cmudict-en-us.dict").toLocal8Bit();
-        const QByteArray rate = QByteArray::number(kSampleRate);
-        m_config = cmd_ln_init(nullptr, ps_args(), TRUE, "-hmm", hmm.constData(), "-lm", lm.constData(), "-dict",
-                               dict.constData(), "-samprate", rate.constData(), nullptr);
-        m_decoder = m_config ? ps_init(m_config) : nullptr;
+        if (!m_loading.isValid()) {
+            if (!isAvailable())
+                throw SpeechRecognitionError::recognizerUnavailable();
+            preload();
+        }
+        const Decoder loaded = m_loading.result();
+        m_loading = {};
+        m_config = loaded.config;
+        m_decoder = loaded.decoder;
+        if (!m_decoder && m_config) {
+            cmd_ln_free_r(m_config);
+            m_config = nullptr;
+        }
         if (!m_decoder)
             throw SpeechRecognitionError::recognitionFailed(QStringLiteral("the offline speech model did not load"));
         PLOG(lcAi) << "✅ Offline speech recognizer loaded from " << m_modelFolder;

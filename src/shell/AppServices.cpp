@@ -383,7 +383,12 @@ SpeechRecognitionService &AppServices::speechRecognition()
         // The service first: the automatic choice takes it whenever a key is configured.
         m_speechRecognition->addRecognizer(
             std::make_unique<OpenAITranscriptionRecognizer>(openAIConnection(), modelSettings()));
-        m_speechRecognition->addRecognizer(std::make_unique<PocketSphinxRecognizer>());
+        auto offline = std::make_unique<PocketSphinxRecognizer>();
+        PocketSphinxRecognizer *offlineEngine = offline.get();
+        m_speechRecognition->addRecognizer(std::move(offline));
+        // Its model takes a moment to load: ahead of the first question when it is the one that listens.
+        if (m_speechRecognition->recognizer() == offlineEngine)
+            offlineEngine->preload();
     }
     return *m_speechRecognition;
 }
