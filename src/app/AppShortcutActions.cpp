@@ -3,6 +3,7 @@
 #include "app/AppState.h"
 #include "app/LibraryActions.h"
 #include "app/OnboardingAudio.h"
+#include "app/QuestionActions.h"
 #include "app/ServicesProvider.h"
 #include "app/UserNotifier.h"
 #include "core/Logging.h"
@@ -102,6 +103,11 @@ void AppShortcutActions::openLibrary()
 
 void AppShortcutActions::askQuestion()
 {
+    PLOG(lcInput) << "🎯 Ask Question shortcut triggered";
+    if (m_questions) {
+        m_questions->handleQuestionButton();
+        return;
+    }
     m_notifier.notify(QStringLiteral("Ask Question"),
                       QStringLiteral("Voice questions about what you are listening to are coming soon."));
 }

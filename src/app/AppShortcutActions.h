@@ -8,6 +8,7 @@ class AppState;
 class AudioPlayerManager;
 class LibraryActions;
 class OnboardingAudio;
+class QuestionActions;
 class ServicesProvider;
 class TextCaptureService;
 class UserNotifier;
@@ -23,6 +24,8 @@ public:
     void setLibraryActions(LibraryActions *library) { m_library = library; }
     // Onboarding's test step plays its welcome through this; without it the pending audio plays as is.
     void setOnboardingAudio(OnboardingAudio *onboarding) { m_onboarding = onboarding; }
+    // The question shortcut acts as the floating player's question button does.
+    void setQuestionActions(QuestionActions *questions) { m_questions = questions; }
 
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
@@ -49,6 +52,7 @@ private:
     UserNotifier &m_notifier;
     LibraryActions *m_library = nullptr;
     OnboardingAudio *m_onboarding = nullptr;
+    QuestionActions *m_questions = nullptr;
 };
 
 } // namespace parlino

@@ -143,7 +143,9 @@ void PermissionManager::showAccessibilityAlert(const std::function<void()> &onCo
     switch (m_dialogs.askForAccessibility()) {
     case PermissionDialogs::Answer::openSettings: requestAccessibilityPermission(); break;
     case PermissionDialogs::Answer::quit: Q_EMIT quitRequested(); break;
-    case PermissionDialogs::Answer::later: break;
+    case PermissionDialogs::Answer::later:
+    case PermissionDialogs::Answer::openSoundSettings:
+    case PermissionDialogs::Answer::chooseRecognizer: break;
     }
 }
 
@@ -155,7 +157,17 @@ void PermissionManager::showQAPermissionsAlert(const std::function<void()> &onCo
         PLOG(lcApp) << "✅ Q&A permissions already granted, no alert needed";
     } else {
         PLOG(lcApp) << "⚠️ Showing Q&A permissions alert";
-        m_dialogs.askForQuestionPermissions(m_microphoneGranted, m_speechRecognitionGranted);
+        switch (m_dialogs.askForQuestionPermissions(m_microphoneGranted, m_speechRecognitionGranted)) {
+        case PermissionDialogs::Answer::openSoundSettings:
+            if (!m_probe.openSoundSettings())
+                PLOG(lcApp) << "⚠️ No sound settings application found; connect a microphone and choose it as "
+                               "your desktop's input device";
+            break;
+        case PermissionDialogs::Answer::chooseRecognizer: Q_EMIT recognizerSettingsRequested(); break;
+        case PermissionDialogs::Answer::openSettings:
+        case PermissionDialogs::Answer::quit:
+        case PermissionDialogs::Answer::later: break;
+        }
         checkMicrophonePermission();
         checkSpeechRecognitionPermission();
     }

@@ -52,6 +52,8 @@ Q_SIGNALS:
     void speechRecognitionGrantedChanged();
     // The user chose "Quit" in the accessibility alert.
     void quitRequested();
+    // The user asked, from the voice questions' alert, for the settings where the recognizer is chosen.
+    void recognizerSettingsRequested();
 
 private:
     bool queryAccessibility(const char *caller);

@@ -17,6 +17,8 @@ public:
     virtual void promptForAccessibility() = 0;
     // Opens the desktop's accessibility settings; false when no settings application was found.
     virtual bool openAccessibilitySettings() = 0;
+    // Opens the desktop's sound settings (input devices); false when none was found.
+    virtual bool openSoundSettings() { return false; }
 };
 
 } // namespace parlino

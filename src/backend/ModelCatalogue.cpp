@@ -67,11 +67,12 @@ const QList<KnownModel> &ModelCatalogue::models()
         // No date of its own here (the service reports one), but the same successor as its smaller
         // sibling, so a user who chose it keeps working once it is refused.
         {QStringLiteral("gpt-4o"), ModelRole::chat, {}, chatSuccessor},
+        // Spoken questions go to gpt-transcribe from the start: its predecessors retire on 26 February 2027.
+        {QStringLiteral("gpt-transcribe"), ModelRole::transcription, {}, {}},
         {QStringLiteral("whisper-1"), ModelRole::transcription, transcriptionShutdown, transcriptionSuccessor},
         {QStringLiteral("gpt-4o-transcribe"), ModelRole::transcription, transcriptionShutdown, transcriptionSuccessor},
         {QStringLiteral("gpt-4o-mini-transcribe"), ModelRole::transcription, transcriptionShutdown,
          transcriptionSuccessor},
-        {QStringLiteral("gpt-transcribe"), ModelRole::transcription, {}, {}},
     };
     return known;
 }

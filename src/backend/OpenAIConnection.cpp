@@ -8,6 +8,7 @@
 #include "core/Logging.h"
 #include "core/SettingsKeys.h"
 
+#include <QHttpMultiPart>
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -200,6 +201,19 @@ QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::get(QUrl url, std::o
     request.setRawHeader("Accept", "application/json");
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->get(request), [](QNetworkReply *finished) { finished->deleteLater(); });
+    QNetworkReply *pending = reply.get();
+    co_await pending;
+    const int status = answeredStatus(*reply);
+    co_return HttpAnswer{status, reply->readAll()};
+}
+
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postMultipart(QUrl url, QHttpMultiPart *parts)
+{
+    const QNetworkRequest request = authorizedRequest(url, m_apiKey);
+    const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
+        m_network->post(request, parts), [](QNetworkReply *finished) { finished->deleteLater(); });
+    // The body is read while the request goes out, so it lives as long as the reply.
+    parts->setParent(reply.get());
     QNetworkReply *pending = reply.get();
     co_await pending;
     const int status = answeredStatus(*reply);

@@ -11,6 +11,7 @@
 #include <functional>
 #include <optional>
 
+class QHttpMultiPart;
 class QNetworkAccessManager;
 class QNetworkReply;
 class QNetworkRequest;
@@ -73,6 +74,9 @@ public:
     QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {});
     // GETs url with the key, asking for JSON; any HTTP answer comes back as for postJSON.
     QCoro::Task<HttpAnswer> getJSON(QUrl url);
+    // POSTs a multipart/form-data body (file uploads) with the key; takes ownership of parts. Any HTTP
+    // answer comes back as for postJSON.
+    QCoro::Task<HttpAnswer> postMultipart(QUrl url, QHttpMultiPart *parts);
     // Asks the service whether `key` is accepted (GET /models with it). Nothing on success; otherwise
     // the text to show: the service's own message for a refused key, the reason when it was not reached.
     QCoro::Task<std::optional<QString>> checkAPIKey(QString key);

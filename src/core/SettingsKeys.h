@@ -32,6 +32,9 @@ inline const QString chatModel = QStringLiteral("chatModel");
 inline const QString transcriptionModel = QStringLiteral("transcriptionModel");
 // The eSpeak NG voice of the offline voice: a language ("en-us", "de"), optionally with a variant ("de+f3").
 inline const QString offlineVoice = QStringLiteral("offlineVoice");
+// Which engine hears spoken questions: "openai" (the transcription service) or "offline" (PocketSphinx);
+// absent: the service when a key is configured, else the offline engine.
+inline const QString questionRecognizer = QStringLiteral("questionRecognizer");
 
 // The OpenAI key, as the last place the key lookup tries (also the keyring item's account name).
 inline const QString openAIAPIKey = QStringLiteral("openai_api_key");

@@ -44,7 +44,7 @@ AudioPlayerManager::~AudioPlayerManager()
         disconnect(connection);
 }
 
-void AudioPlayerManager::play(const QUrl &url)
+void AudioPlayerManager::play(const QUrl &url, std::optional<float> speed)
 {
     const QString location = url.isLocalFile() ? url.toLocalFile() : url.toString();
     PLOG(lcPlayback) << "🎵 AudioPlayerManager.play() called";
@@ -55,10 +55,10 @@ void AudioPlayerManager::play(const QUrl &url)
 
     m_currentURL = url;
     Q_EMIT currentURLChanged();
-    startItem([this, location] { m_engine.load(location); });
+    startItem([this, location] { m_engine.load(location); }, speed);
 }
 
-void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream)
+void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream, std::optional<float> speed)
 {
     PLOG(lcPlayback) << "🎵 AudioPlayerManager.playStream() called";
     stop(false);
@@ -68,16 +68,32 @@ void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream)
         Q_EMIT currentURLChanged();
     }
     m_currentStream = stream;
-    startItem([this, stream] { m_engine.loadStream(stream); });
+    startItem([this, stream] { m_engine.loadStream(stream); }, speed);
 }
 
-void AudioPlayerManager::startItem(const std::function<void()> &load)
+void AudioPlayerManager::releaseStream()
+{
+    m_currentStream.reset();
+}
+
+void AudioPlayerManager::seek(double seconds)
+{
+    if (!m_hasItem || m_itemFailed || !std::isfinite(seconds))
+        return;
+    const double end = m_duration > 0 ? m_duration : std::numeric_limits<double>::max();
+    m_engine.seek(std::clamp(seconds, 0.0, end));
+    updateTime();
+}
+
+void AudioPlayerManager::startItem(const std::function<void()> &load, std::optional<float> speed)
 {
     m_hasItem = true;
     m_itemFailed = false;
 
     const double storedSpeed = m_defaults.doubleForKey(SettingsKeys::defaultSpeed);
-    const float initialSpeed = std::isfinite(storedSpeed) && storedSpeed > 0 ? static_cast<float>(storedSpeed) : 1.0F;
+    float initialSpeed = std::isfinite(storedSpeed) && storedSpeed > 0 ? static_cast<float>(storedSpeed) : 1.0F;
+    if (speed && std::isfinite(*speed) && *speed > 0)
+        initialSpeed = *speed;
     PLOG(lcPlayback) << "   Initial playback speed: " << formatRate(initialSpeed);
 
     m_itemConnections = {

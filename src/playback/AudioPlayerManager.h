@@ -47,12 +47,17 @@ public:
                        QObject *parent = nullptr);
     ~AudioPlayerManager() override;
 
-    // Loads a local audio file and starts it at the settings' default speed once it is ready; a file
-    // that cannot be loaded is logged and stays silent.
-    void play(const QUrl &url);
+    // Loads a local audio file and starts it at the settings' default speed (or at `speed`) once it is
+    // ready; a file that cannot be loaded is logged and stays silent.
+    void play(const QUrl &url, std::optional<float> speed = std::nullopt);
     // Plays speech that is still arriving, from its first bytes; stop() (and any later play) cancels
     // the stream, so its remaining pieces are not requested. currentURL is cleared: no file plays.
-    void playStream(std::shared_ptr<SpeechStream> stream);
+    void playStream(std::shared_ptr<SpeechStream> stream, std::optional<float> speed = std::nullopt);
+    // Lets go of the stream that plays without cancelling it: it keeps arriving for whoever holds it
+    // (a reading set aside while something else plays), and the next play or stop leaves it open.
+    void releaseStream();
+    // Moves to an absolute position in seconds, clamped to the start and the end.
+    void seek(double seconds);
     // Pauses, or resumes at the chosen rate; at the end of the file resuming starts it again.
     void togglePlayPause();
     // Releases the file (currentURL is kept). With forceClose the floating player closes as well.
@@ -87,7 +92,7 @@ Q_SIGNALS:
 private:
     [[nodiscard]] QUrl currentURLOrEmpty() const { return m_currentURL.value_or(QUrl()); }
     // Loads the next item at the settings' default speed; `load` hands it to the engine.
-    void startItem(const std::function<void()> &load);
+    void startItem(const std::function<void()> &load, std::optional<float> speed);
     void handleItemReady(float initialSpeed);
     void handleItemFailed(const QString &error);
     void handlePlaybackFinished();

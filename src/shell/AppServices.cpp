@@ -1,12 +1,17 @@
 #include "shell/AppServices.h"
 
 #include "ai/OpenAIClient.h"
+#include "ai/OpenAITranscriptionRecognizer.h"
+#include "ai/PocketSphinxRecognizer.h"
+#include "ai/SpeechRecognitionService.h"
+#include "app/AIQuestionService.h"
 #include "app/AppShortcutActions.h"
 #include "app/AppState.h"
 #include "app/LibraryActions.h"
 #include "app/OnboardingAudio.h"
 #include "app/PermissionManager.h"
 #include "app/PodcastService.h"
+#include "app/QuestionActions.h"
 #include "app/ServicesProvider.h"
 #include "app/VoicePreview.h"
 #include "backend/APIKeyFile.h"
@@ -47,6 +52,7 @@
 #include "ui/FloatingPlayerView.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/MessageBoxPermissionDialogs.h"
+#include "ui/MessageBoxQuestionAlerts.h"
 #include "ui/QtSaveFileDialog.h"
 #include "usage/UsageTracker.h"
 #include "usage/UsageTrackingService.h"
@@ -352,6 +358,7 @@ KeyboardShortcutManager &AppServices::shortcutManager()
             std::make_unique<AppShortcutActions>(servicesProvider(), player(), appState(), textCapture(), notifier());
         m_shortcutActions->setLibraryActions(&libraryActions());
         m_shortcutActions->setOnboardingAudio(&onboardingAudio());
+        m_shortcutActions->setQuestionActions(&questionActions());
         m_shortcutPreferences = std::make_unique<KeyboardShortcutPreferences>(defaults());
         m_shortcutManager =
             std::make_unique<KeyboardShortcutManager>(LinuxInputPlatform::createHotKeyBackend(), *m_shortcutPreferences,
@@ -364,6 +371,9 @@ PermissionManager &AppServices::permissionManager()
 {
     if (!m_permissionManager) {
         m_permissionProbe = std::make_unique<LinuxPermissionProbe>();
+        // Speech recognition is granted when one of the app's recognizers can work.
+        m_permissionProbe->setSpeechRecognitionCheck(
+            [this] { return speechRecognition().isSpeechRecognitionAvailable(); });
         m_permissionDialogs = std::make_unique<MessageBoxPermissionDialogs>();
         m_permissionManager =
             std::make_unique<PermissionManager>(*m_permissionProbe, *m_permissionDialogs, appState(), Clock::system());
@@ -456,6 +466,7 @@ FloatingPlayerWindowController &AppServices::floatingPlayer()
         view->setLibraryActions(libraryActions());
         OpenAIClient *client = &openAIClient();
         view->setCostEstimate([client] { return client->speechModelName(); });
+        view->setQuestionActions(questionActions());
         m_floatingPlayer->setContentView(view);
     }
     return *m_floatingPlayer;
@@ -500,6 +511,41 @@ XdgAutostart &AppServices::autostart()
     if (!m_autostart)
         m_autostart = std::make_unique<XdgAutostart>();
     return *m_autostart;
+}
+
+SpeechRecognitionService &AppServices::speechRecognition()
+{
+    if (!m_speechRecognition) {
+        m_speechRecognition = std::make_unique<SpeechRecognitionService>(defaults());
+        // The service first: the automatic choice takes it whenever a key is configured.
+        m_speechRecognition->addRecognizer(
+            std::make_unique<OpenAITranscriptionRecognizer>(openAIConnection(), modelSettings()));
+        auto offline = std::make_unique<PocketSphinxRecognizer>();
+        PocketSphinxRecognizer *offlineEngine = offline.get();
+        m_speechRecognition->addRecognizer(std::move(offline));
+        // Its model takes a moment to load: ahead of the first question when it is the one that listens.
+        if (m_speechRecognition->recognizer() == offlineEngine)
+            offlineEngine->preload();
+    }
+    return *m_speechRecognition;
+}
+
+AIQuestionService &AppServices::questions()
+{
+    if (!m_questions) {
+        m_questionAlerts = std::make_unique<MessageBoxQuestionAlerts>();
+        m_questions = std::make_unique<AIQuestionService>(appState(), player(), openAIClient(), speechRecognition(),
+                                                          *m_questionAlerts, Clock::system());
+        m_questions->enableUsageTracking(usageTracking());
+    }
+    return *m_questions;
+}
+
+QuestionActions &AppServices::questionActions()
+{
+    if (!m_questionActions)
+        m_questionActions = std::make_unique<QuestionActions>(appState(), questions(), permissionManager());
+    return *m_questionActions;
 }
 
 } // namespace parlino

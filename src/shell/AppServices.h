@@ -10,6 +10,7 @@ namespace parlino {
 
 class APIKeyFile;
 class AccountSyncService;
+class AIQuestionService;
 class AppShortcutActions;
 class AppState;
 class AudioExportService;
@@ -26,6 +27,7 @@ class LibraryActions;
 class LinuxInputPlatform;
 class LinuxPermissionProbe;
 class MessageBoxPermissionDialogs;
+class MessageBoxQuestionAlerts;
 class ModelAvailability;
 class ModelSettings;
 class OnboardingAudio;
@@ -39,10 +41,12 @@ class PermissionManager;
 class PodcastManager;
 class PodcastService;
 class PodcastStorageService;
+class QuestionActions;
 class QtSaveFileDialog;
 class SavedAudioManager;
 class SavedAudioStorageService;
 class ServicesProvider;
+class SpeechRecognitionService;
 class SpeechSynthesizer;
 class TTSCacheService;
 class TextCaptureService;
@@ -113,6 +117,10 @@ public:
     // The shortcut bindings (made with the shortcut manager, which registers them).
     KeyboardShortcutPreferences &shortcutPreferences();
     XdgAutostart &autostart();
+    // Voice questions: the microphone and its recognizers, the question flow, the button's behaviour.
+    SpeechRecognitionService &speechRecognition();
+    AIQuestionService &questions();
+    QuestionActions &questionActions();
 
 private:
     // A second sound output for short spoken samples (onboarding's narration, voice previews).
@@ -163,6 +171,10 @@ private:
     std::unique_ptr<OnboardingAudio> m_onboardingAudio;
     std::unique_ptr<VoicePreview> m_voicePreview;
     std::unique_ptr<XdgAutostart> m_autostart;
+    std::unique_ptr<SpeechRecognitionService> m_speechRecognition;
+    std::unique_ptr<MessageBoxQuestionAlerts> m_questionAlerts;
+    std::unique_ptr<AIQuestionService> m_questions;
+    std::unique_ptr<QuestionActions> m_questionActions;
 };
 
 } // namespace parlino

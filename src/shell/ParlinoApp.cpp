@@ -126,7 +126,14 @@ int ParlinoApp::run(const LaunchRequest &request)
         return &provider;
     };
     components.keyboardManager = [&services] { return &services.shortcutManager(); };
-    components.floatingPlayer = [&services] { return &services.floatingPlayer(); };
+    components.floatingPlayer = [this, &services] {
+        // The voice questions' alert offers the settings where the recognizer is chosen.
+        connect(&services.permissionManager(), &PermissionManager::recognizerSettingsRequested, this, [this] {
+            showSettings();
+            m_settings->showPage(QStringLiteral("Speech"));
+        });
+        return &services.floatingPlayer();
+    };
     components.stopPlayback = [&services] { services.player().stop(false); };
     components.syncAccount = [&services](const QString &email) { services.syncAccount(email); };
     components.statusBar = [this, &services] {

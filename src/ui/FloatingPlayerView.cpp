@@ -2,6 +2,7 @@
 
 #include "app/AppState.h"
 #include "app/LibraryActions.h"
+#include "app/QuestionActions.h"
 #include "core/Logging.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/PlaybackSpeed.h"
@@ -13,6 +14,7 @@
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QIcon>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMouseEvent>
 #include <QProgressBar>
@@ -20,6 +22,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <cmath>
 
 namespace parlino {
@@ -211,6 +214,30 @@ void FloatingPlayerView::buildLayout()
     sliderRow->addWidget(m_speedSlider);
     root->addLayout(sliderRow);
 
+    // Questions about what plays: shown once the question actions are set.
+    m_questionRow = new QWidget(this);
+    auto *questionRow = new QHBoxLayout(m_questionRow);
+    questionRow->setContentsMargins(0, 0, 10, 0);
+    questionRow->setSpacing(6);
+    m_questionButton = makeButton(m_questionRow, QStringLiteral("questionButton"),
+                                  QStringLiteral("Ask a question about what you're listening to (?)"));
+    m_questionButton->setIcon(themedIcon(this, QStringLiteral("help-about"), QStyle::SP_MessageBoxQuestion));
+    m_questionButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_questionButton->setIconSize(QSize(18, 18));
+    questionRow->addWidget(m_questionButton);
+    // The listening indicator: the microphone's level while a question is listened for.
+    m_questionLevel = new QProgressBar(m_questionRow);
+    m_questionLevel->setObjectName(QStringLiteral("questionLevel"));
+    m_questionLevel->setAccessibleName(QStringLiteral("Microphone level"));
+    m_questionLevel->setToolTip(QStringLiteral("Microphone level"));
+    m_questionLevel->setRange(0, kProgressScale);
+    m_questionLevel->setTextVisible(false);
+    m_questionLevel->setMaximumHeight(6);
+    m_questionLevel->hide();
+    questionRow->addWidget(m_questionLevel, 1);
+    m_questionRow->hide();
+    root->addWidget(m_questionRow);
+
     // Keeping what plays: shown once the library actions are set.
     m_libraryRow = new QWidget(this);
     auto *library = new QHBoxLayout(m_libraryRow);
@@ -370,6 +397,47 @@ void FloatingPlayerView::setLibraryActions(LibraryActions &actions)
         connect(&m_appState, changed, this, &FloatingPlayerView::updateLibraryButtons);
     m_libraryRow->show();
     updateLibraryButtons();
+}
+
+void FloatingPlayerView::setQuestionActions(QuestionActions &actions)
+{
+    m_questions = &actions;
+    connect(m_questionButton, &QToolButton::clicked, this, [this] {
+        if (m_questions)
+            m_questions->handleQuestionButton();
+    });
+    for (auto changed : {&AppState::isListeningForQuestionChanged, &AppState::isReadyToSendQuestionChanged,
+                         &AppState::isAnsweringQuestionChanged})
+        connect(&m_appState, changed, this, &FloatingPlayerView::updateQuestionButton);
+    connect(&m_appState, &AppState::questionAudioAmplitudeChanged, this, &FloatingPlayerView::updateQuestionLevel);
+    m_questionRow->show();
+    updateQuestionButton();
+}
+
+void FloatingPlayerView::updateQuestionButton()
+{
+    m_questionButton->setText(QuestionActions::buttonLabel(m_appState));
+    m_questionButton->setEnabled(!m_appState.isAnsweringQuestion() || m_appState.isListeningForQuestion());
+    m_questionLevel->setVisible(m_appState.isListeningForQuestion());
+    updateQuestionLevel();
+}
+
+void FloatingPlayerView::updateQuestionLevel()
+{
+    const double level = std::clamp(static_cast<double>(m_appState.questionAudioAmplitude()), 0.0, 1.0);
+    m_questionLevel->setValue(
+        m_appState.isListeningForQuestion() ? static_cast<int>(std::lround(level * kProgressScale)) : 0);
+}
+
+void FloatingPlayerView::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape && m_questions
+        && (m_appState.isListeningForQuestion() || m_appState.isReadyToSendQuestion())) {
+        m_questions->cancel();
+        event->accept();
+        return;
+    }
+    QFrame::keyPressEvent(event);
 }
 
 void FloatingPlayerView::updateLibraryButtons()

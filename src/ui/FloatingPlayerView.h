@@ -15,6 +15,7 @@ namespace parlino {
 class AppState;
 class AudioPlayerManager;
 class LibraryActions;
+class QuestionActions;
 class FloatingPlayerResizeGrip;
 class FloatingPlayerWindowController;
 class SnapSlider;
@@ -38,6 +39,9 @@ public:
     // Shows the estimated cost of reading the playing text, priced for the model that `speechModel`
     // names when the text changes.
     void setCostEstimate(std::function<QString()> speechModel);
+    // Shows the question button and, while a question is listened for, the microphone's level;
+    // Escape then drops the question.
+    void setQuestionActions(QuestionActions &actions);
 
     // Whole seconds as minutes:seconds ("0:07", "12:30"); negative or unknown times read "0:00".
     [[nodiscard]] static QString formatTime(double seconds);
@@ -46,6 +50,7 @@ protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
 
 private:
@@ -60,6 +65,8 @@ private:
     void updateSpeechNotice();
     void updateCost();
     void updateLibraryButtons();
+    void updateQuestionButton();
+    void updateQuestionLevel();
     void handleCloseButton();
 
     AppState &m_appState;
@@ -89,6 +96,10 @@ private:
     QToolButton *m_saveButton = nullptr;
     QToolButton *m_downloadButton = nullptr;
     QPointer<LibraryActions> m_library;
+    QWidget *m_questionRow = nullptr;
+    QToolButton *m_questionButton = nullptr;
+    QProgressBar *m_questionLevel = nullptr;
+    QPointer<QuestionActions> m_questions;
 
     QPoint m_dragLastGlobal;
     bool m_dragging = false;

@@ -25,19 +25,36 @@ PermissionDialogs::Answer MessageBoxPermissionDialogs::askForAccessibility()
 PermissionDialogs::Answer MessageBoxPermissionDialogs::askForQuestionPermissions(bool microphoneGranted,
                                                                                  bool speechGranted)
 {
-    QStringList missing;
-    if (!microphoneGranted)
-        missing << QStringLiteral("• a microphone (no audio input device was found)");
-    if (!speechGranted)
-        missing << QStringLiteral("• speech recognition (no recogniser is installed)");
     QMessageBox box;
     box.setIcon(QMessageBox::Information);
     box.setWindowTitle(QStringLiteral("Parlino"));
-    box.setText(QStringLiteral("Voice Questions Need More Permissions"));
-    box.setInformativeText(QStringLiteral("To ask questions about what you are listening to, Parlino needs:\n\n")
-                           + missing.join(u'\n') + QStringLiteral("\n\nReading aloud works without them."));
-    box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
+    box.setText(QStringLiteral("Voice Q&A Permissions"));
+    box.setInformativeText(QStringLiteral("Parlino needs two things for the Ask Question feature:\n\n"
+                                          "• Microphone access - To hear your questions\n"
+                                          "• Speech Recognition - To transcribe your voice\n\n"
+                                          "Would you like to enable this feature now?"));
+    // What is missing here, and where it is fixed.
+    QStringList missing;
+    if (!microphoneGranted)
+        missing << QStringLiteral("No microphone was found: connect one and choose it as the input device in "
+                                  "your desktop's sound settings.");
+    if (!speechGranted)
+        missing << QStringLiteral("No speech recognizer can work: add an OpenAI key in Settings, or install the "
+                                  "offline recognizer (pocketsphinx-en-us) and choose it in Settings.");
+    box.setDetailedText(missing.join(u'\n'));
+    QPushButton *sound = nullptr;
+    QPushButton *recognizer = nullptr;
+    if (!microphoneGranted)
+        sound = box.addButton(QStringLiteral("Open Sound Settings"), QMessageBox::AcceptRole);
+    if (!speechGranted)
+        recognizer = box.addButton(QStringLiteral("Choose Speech Recognizer"), QMessageBox::AcceptRole);
+    box.addButton(QStringLiteral("Not Now"), QMessageBox::RejectRole);
+    box.setDefaultButton(sound ? sound : recognizer);
     box.exec();
+    if (sound && box.clickedButton() == sound)
+        return Answer::openSoundSettings;
+    if (recognizer && box.clickedButton() == recognizer)
+        return Answer::chooseRecognizer;
     return Answer::later;
 }
 

@@ -1,5 +1,6 @@
 #include "ui/SettingsSpeechPage.h"
 
+#include "ai/SpeechRecognitionService.h"
 #include "backend/ModelAvailability.h"
 #include "backend/ModelCatalogue.h"
 #include "backend/ModelSettings.h"
@@ -49,6 +50,21 @@ SettingsSpeechPage::SettingsSpeechPage(const SettingsContext &context, QWidget *
         addModelChoice(static_cast<int>(ModelRole::transcription), QStringLiteral("Transcription model:"),
                        QStringLiteral("Model that transcribes spoken questions")),
     };
+    // Which engine hears spoken questions; the automatic choice uses the service whenever a key exists.
+    auto *recognizer = new QComboBox(this);
+    recognizer->addItem(QStringLiteral("Automatic (OpenAI with a key, else offline)"),
+                        SpeechRecognitionService::automaticChoice);
+    recognizer->addItem(QStringLiteral("OpenAI transcription"), QStringLiteral("openai"));
+    recognizer->addItem(QStringLiteral("Offline (PocketSphinx, no key needed)"), QStringLiteral("offline"));
+    describe(recognizer, QStringLiteral("Speech recognizer for questions"));
+    const QString chosenRecognizer =
+        m_defaults.stringForKey(SettingsKeys::questionRecognizer).value_or(SpeechRecognitionService::automaticChoice);
+    recognizer->setCurrentIndex(std::max(0, recognizer->findData(chosenRecognizer)));
+    m_form->addRow(QStringLiteral("Question recognizer:"), recognizer);
+    connect(recognizer, &QComboBox::activated, this, [this, recognizer] {
+        m_defaults.set(SettingsKeys::questionRecognizer, recognizer->currentData().toString());
+    });
+
     m_shutdownNotes = new QLabel(this);
     m_shutdownNotes->setWordWrap(true);
     m_shutdownNotes->setAccessibleName(QStringLiteral("Model shutdown dates"));

@@ -88,7 +88,7 @@ private Q_SLOTS:
         ModelSettings settings(*m_defaults);
         QCOMPARE(QStringList({settings.speechProvider(), settings.speechModel(), settings.realtimeSpeechModel(),
                               settings.chatModel(), settings.transcriptionModel()}),
-                 QStringLiteral("openai-speech tts-1 gpt-realtime-2.1-mini gpt-4o-mini whisper-1").split(u' '));
+                 QStringLiteral("openai-speech tts-1 gpt-realtime-2.1-mini gpt-4o-mini gpt-transcribe").split(u' '));
 
         // Unknown values, and a known model under the wrong use, read as the default, and stay stored.
         m_defaults->set(QStringLiteral("speechProvider"), QStringLiteral("foo"));

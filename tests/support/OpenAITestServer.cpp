@@ -17,6 +17,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 
 namespace parlino::test {
@@ -83,7 +84,100 @@ QByteArray synthesizeMp3(const QString &text)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+// The parts of a multipart/form-data body by their names.
+QHash<QString, QByteArray> formFields(const QByteArray &contentType, const QByteArray &body)
+{
+    QHash<QString, QByteArray> fields;
+    const qsizetype at = contentType.indexOf("boundary=");
+    if (!contentType.startsWith("multipart/form-data") || at < 0)
+        return fields;
+    QByteArray boundary = contentType.mid(at + 9);
+    if (const qsizetype end = boundary.indexOf(';'); end >= 0)
+        boundary.truncate(end);
+    if (boundary.startsWith('"') && boundary.endsWith('"'))
+        boundary = boundary.mid(1, boundary.size() - 2);
+    const QByteArray delimiter = "--" + boundary;
+    static const QRegularExpression nameField(QStringLiteral("name=\"([^\"]*)\""));
+    qsizetype position = body.indexOf(delimiter);
+    while (position >= 0) {
+        const qsizetype start = position + delimiter.size();
+        if (body.mid(start, 2) == "--")
+            break;
+        const qsizetype next = body.indexOf(delimiter, start);
+        if (next < 0)
+            break;
+        const QByteArray part = body.mid(start + 2, next - start - 2 - 2); // without the CRLFs around it
+        const qsizetype headerEnd = part.indexOf("\r\n\r\n");
+        if (headerEnd >= 0) {
+            const QString headers = QString::fromUtf8(part.left(headerEnd));
+            const QRegularExpressionMatch match = nameField.match(headers);
+            if (match.hasMatch())
+                fields.insert(match.captured(1), part.mid(headerEnd + 4));
+        }
+        position = next;
+    }
+    return fields;
+}
+
+quint32 littleEndian32(const QByteArray &bytes, qsizetype at)
+{
+    quint32 value = 0;
+    for (int i = 3; i >= 0; --i)
+        value = (value << 8) | static_cast<quint8>(bytes.at(at + i));
+    return value;
+}
+
+quint16 littleEndian16(const QByteArray &bytes, qsizetype at)
+{
+    return static_cast<quint16>(static_cast<quint8>(bytes.at(at)) | (static_cast<quint8>(bytes.at(at + 1)) << 8));
+}
+
 } // namespace
+
+OpenAITestServer::WavInfo OpenAITestServer::inspectWav(const QByteArray &wav)
+{
+    WavInfo info;
+    if (wav.size() < 12 || !wav.startsWith("RIFF") || wav.mid(8, 4) != "WAVE") {
+        info.problem = QStringLiteral("not a WAV file");
+        return info;
+    }
+    int bitsPerSample = 0;
+    int format = 0;
+    qsizetype at = 12;
+    while (at + 8 <= wav.size()) {
+        const QByteArray id = wav.mid(at, 4);
+        const qsizetype size = littleEndian32(wav, at + 4);
+        const qsizetype content = at + 8;
+        if (id == "fmt " && content + 16 <= wav.size()) {
+            format = littleEndian16(wav, content);
+            info.channels = littleEndian16(wav, content + 2);
+            info.sampleRate = static_cast<int>(littleEndian32(wav, content + 4));
+            bitsPerSample = littleEndian16(wav, content + 14);
+        } else if (id == "data") {
+            if (format != 1 || bitsPerSample != 16 || info.channels < 1 || info.sampleRate <= 0) {
+                info.problem = QStringLiteral("not 16-bit PCM");
+                return info;
+            }
+            if (content + size > wav.size()) {
+                info.problem = QStringLiteral("the data is shorter than its header says");
+                return info;
+            }
+            const qsizetype samples = size / 2;
+            double sum = 0;
+            for (qsizetype i = 0; i < samples; ++i) {
+                const auto sample = static_cast<qint16>(littleEndian16(wav, content + i * 2));
+                sum += (sample / 32768.0) * (sample / 32768.0);
+            }
+            info.seconds = static_cast<double>(samples) / info.channels / info.sampleRate;
+            info.rootMeanSquare = samples > 0 ? std::sqrt(sum / static_cast<double>(samples)) : 0;
+            info.valid = true;
+            return info;
+        }
+        at = content + size + (size % 2);
+    }
+    info.problem = QStringLiteral("no audio data");
+    return info;
+}
 
 OpenAITestServer::OpenAITestServer(QObject *parent)
     : QAbstractHttpServer(parent)
@@ -152,9 +246,22 @@ void OpenAITestServer::setModelsFailure(const Failure &failure, int afterSuccess
     m_modelsFailure = {failure, afterSuccesses};
 }
 
+void OpenAITestServer::setTranscriptionFailure(const Failure &failure, int afterSuccesses)
+{
+    QMutexLocker lock(&m_mutex);
+    m_transcriptionFailure = {failure, afterSuccesses};
+}
+
+void OpenAITestServer::setTranscription(const Transcription &transcription)
+{
+    QMutexLocker lock(&m_mutex);
+    m_transcription = transcription;
+}
+
 void OpenAITestServer::clearFailures()
 {
     QMutexLocker lock(&m_mutex);
+    m_transcriptionFailure = {};
     m_speechFailure = {};
     m_chatFailure = {};
     m_modelsFailure = {};
@@ -213,7 +320,9 @@ QByteArray OpenAITestServer::retiredModelBody(const QString &model)
 
 std::optional<OpenAITestServer::Answer> OpenAITestServer::retiredAnswer(const Request &request) const
 {
-    const QString model = request.json.value(u"model").toString();
+    const QString model = request.json.contains(u"model")
+                              ? request.json.value(u"model").toString()
+                              : QString::fromUtf8(request.formFields.value(QStringLiteral("model")));
     if (!m_retiredModels.contains(model))
         return std::nullopt;
     return Answer{404, "application/json", retiredModelBody(model)};
@@ -323,6 +432,38 @@ OpenAITestServer::Answer OpenAITestServer::answerChat(const Request &request)
     return {200, "application/json", QJsonDocument(answer).toJson(QJsonDocument::Compact)};
 }
 
+OpenAITestServer::Answer OpenAITestServer::answerTranscription(const Request &request)
+{
+    Transcription expected;
+    {
+        QMutexLocker lock(&m_mutex);
+        if (auto retired = retiredAnswer(request))
+            return *retired;
+        if (auto failure = failureAnswer(m_transcriptionFailure))
+            return *failure;
+        expected = m_transcription;
+    }
+    const auto refuse = [](const QString &message) {
+        return Answer{400, "application/json", openAIErrorBody(message, QStringLiteral("invalid_request_error"))};
+    };
+    if (!request.formFields.contains(QStringLiteral("file")))
+        return refuse(QStringLiteral("No file was uploaded."));
+    if (request.formFields.value(QStringLiteral("model")).isEmpty())
+        return refuse(QStringLiteral("No model was named."));
+    const WavInfo wav = inspectWav(request.formFields.value(QStringLiteral("file")));
+    if (!wav.valid)
+        return refuse(QStringLiteral("The upload is not usable audio: ") + wav.problem);
+    if (wav.rootMeanSquare < kSpeechEnergy)
+        return refuse(QStringLiteral("The upload is silent."));
+    if (wav.seconds < expected.minSeconds || wav.seconds > expected.maxSeconds)
+        return refuse(QStringLiteral("The upload lasts %1 s, not %2 to %3 s.")
+                          .arg(wav.seconds, 0, 'f', 2)
+                          .arg(expected.minSeconds)
+                          .arg(expected.maxSeconds));
+    const QJsonObject answer{{QStringLiteral("text"), expected.text}};
+    return {200, "application/json", QJsonDocument(answer).toJson(QJsonDocument::Compact)};
+}
+
 OpenAITestServer::Answer OpenAITestServer::answerModels()
 {
     QMutexLocker lock(&m_mutex);
@@ -356,6 +497,13 @@ OpenAITestServer::Answer OpenAITestServer::answerConfig(const Request &request)
         m_chatFailure = failureFrom(config.value(u"chatFailure"));
     if (config.contains(u"modelsFailure"))
         m_modelsFailure = failureFrom(config.value(u"modelsFailure"));
+    if (config.contains(u"transcriptionFailure"))
+        m_transcriptionFailure = failureFrom(config.value(u"transcriptionFailure"));
+    if (config.contains(u"transcription")) {
+        const QJsonObject transcription = config.value(u"transcription").toObject();
+        m_transcription = {transcription.value(u"text").toString(), transcription.value(u"minSeconds").toDouble(0),
+                           transcription.value(u"maxSeconds").toDouble(600)};
+    }
     if (config.contains(u"retiredModels")) {
         m_retiredModels.clear();
         for (const QJsonValue &model : config.value(u"retiredModels").toArray())
@@ -392,6 +540,7 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
         request.headers.insert(name.toLower(), value);
     request.body = httpRequest.body();
     request.json = QJsonDocument::fromJson(request.body).object();
+    request.formFields = formFields(request.header("content-type"), request.body);
 
     Answer answer;
     if (request.path.startsWith(u"/_test/")) {
@@ -433,6 +582,8 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
         answer = answerSpeech(request);
     else if (request.method == "POST" && request.path == u"/v1/chat/completions")
         answer = answerChat(request);
+    else if (request.method == "POST" && request.path == u"/v1/audio/transcriptions")
+        answer = answerTranscription(request);
     else if (request.method == "GET" && request.path == u"/v1/models")
         answer = answerModels();
     else

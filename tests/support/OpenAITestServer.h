@@ -24,12 +24,17 @@ namespace parlino::test {
 //   POST /v1/audio/speech      real MP3 speech of the request's "input" (espeak-ng + lame; long inputs
 //                              are read only up to their first dozen words, to keep tests quick)
 //   POST /v1/chat/completions  a chat-completions answer whose content is chatContent()
+//   POST /v1/audio/transcriptions  {"text": the registered transcript} for a multipart upload whose
+//                              "file" is a 16-bit PCM WAV with speech energy and of the registered
+//                              length; a 400 error naming what is wrong otherwise
 //   GET  /v1/models            the model list: the catalogue's models with their shutdown dates, or
 //                              the list a test set
 //   GET  /_test/requests       the recorded requests as JSON (for tests in another process)
 //   POST /_test/config         {"chatContent": "...", "delayMs": n, "speechCharactersPerSecond": n,
 //                               "speechFailure"/"chatFailure"/"modelsFailure": {"status": n,
 //                               "body": "...", "drop": bool, "afterSuccesses": n} or null,
+//                               "transcription": {"text": "...", "minSeconds": n, "maxSeconds": n},
+//                               "transcriptionFailure": as the failures above,
 //                               "retiredModels": ["tts-1", ...], "models": [{"id": ...}, ...] or null}
 //
 // Every request to /v1 is recorded. Failures, delays and dropped connections can be switched on, and
@@ -42,7 +47,8 @@ public:
         QString path;
         QHash<QByteArray, QByteArray> headers; // names in lower case
         QByteArray body;
-        QJsonObject json; // the body parsed as a JSON object, empty when it is not one
+        QJsonObject json;                      // the body parsed as a JSON object, empty when it is not one
+        QHash<QString, QByteArray> formFields; // the parts of a multipart/form-data body, by name
 
         [[nodiscard]] QByteArray header(const QByteArray &name) const { return headers.value(name.toLower()); }
     };
@@ -63,6 +69,27 @@ public:
         [[nodiscard]] static Failure bodyCutShort() { return {200, {}, false, true}; }
     };
 
+    // What the transcription endpoint answers, and the length an upload must have to get it.
+    struct Transcription {
+        QString text;
+        double minSeconds = 0;
+        double maxSeconds = 600;
+    };
+
+    // What the server found in an uploaded WAV file.
+    struct WavInfo {
+        bool valid = false;
+        QString problem; // why it is not valid
+        int sampleRate = 0;
+        int channels = 0;
+        double seconds = 0;
+        double rootMeanSquare = 0; // of all samples, 0…1
+    };
+    // Reads a 16-bit PCM WAV file as the transcription endpoint does.
+    [[nodiscard]] static WavInfo inspectWav(const QByteArray &wav);
+    // The loudness below which an upload counts as silence.
+    static constexpr double kSpeechEnergy = 0.01;
+
     explicit OpenAITestServer(QObject *parent = nullptr);
     ~OpenAITestServer() override;
 
@@ -81,6 +108,8 @@ public:
     void setSpeechFailure(const Failure &failure, int afterSuccesses = 0);
     void setChatFailure(const Failure &failure, int afterSuccesses = 0);
     void setModelsFailure(const Failure &failure, int afterSuccesses = 0);
+    void setTranscriptionFailure(const Failure &failure, int afterSuccesses = 0);
+    void setTranscription(const Transcription &transcription);
     void clearFailures();
     // Speech and chat requests naming one of these models get OpenAI's 404 "model_not_found" answer.
     void setRetiredModels(const QStringList &models);
@@ -129,6 +158,7 @@ private:
     Answer answerSpeech(const Request &request);
     Answer answerChat(const Request &request);
     Answer answerModels();
+    Answer answerTranscription(const Request &request);
     // The refusal of a request that names a retired model, if it does. Called with m_mutex held.
     std::optional<Answer> retiredAnswer(const Request &request) const;
     Answer answerConfig(const Request &request);
@@ -142,6 +172,8 @@ private:
     FailurePlan m_speechFailure;
     FailurePlan m_chatFailure;
     FailurePlan m_modelsFailure;
+    FailurePlan m_transcriptionFailure;
+    Transcription m_transcription{QStringLiteral("What is this about?")};
     QStringList m_retiredModels;
     QJsonArray m_modelList = defaultModelList();
     std::chrono::milliseconds m_delay{0};

@@ -122,6 +122,13 @@ private Q_SLOTS:
         choose(provider, QStringLiteral("Offline voice (eSpeak NG, no key needed)"));
         QCOMPARE(m_defaults.stringForKey(SettingsKeys::speechProvider), QStringLiteral("offline"));
 
+        // The recognizer of spoken questions: automatic until the offline one is chosen.
+        auto *recognizer = control<QComboBox>(window, QStringLiteral("Speech recognizer for questions"));
+        QVERIFY(recognizer);
+        QCOMPARE(recognizer->currentText(), QStringLiteral("Automatic (OpenAI with a key, else offline)"));
+        choose(recognizer, QStringLiteral("Offline (PocketSphinx, no key needed)"));
+        QCOMPARE(m_defaults.stringForKey(SettingsKeys::questionRecognizer), QStringLiteral("offline"));
+
         // A switch made elsewhere (a retired chat model) shows at once.
         window.showPage(QStringLiteral("Speech"));
         QVERIFY(models.switchToSuccessor(ModelRole::chat, QStringLiteral("gpt-4o-mini")));

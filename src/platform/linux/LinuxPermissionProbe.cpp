@@ -23,6 +23,8 @@ bool LinuxPermissionProbe::isMicrophoneAvailable()
 
 bool LinuxPermissionProbe::isSpeechRecognitionAvailable()
 {
+    if (m_speechCheck)
+        return m_speechCheck();
     const QString override = qEnvironmentVariable("PARLINO_SPEECH_MODEL_DIR");
     const QStringList candidates = override.isEmpty()
                                        ? QStringList{QStringLiteral("/usr/share/pocketsphinx/model/en-us/en-us")}
@@ -58,6 +60,30 @@ bool LinuxPermissionProbe::openAccessibilitySettings()
         const QString path = QStandardPaths::findExecutable(QLatin1String(candidate.program));
         if (!path.isEmpty() && QProcess::startDetached(path, candidate.arguments)) {
             PLOG(lcPlatform) << "ℹ️ Opened accessibility settings: " << QLatin1String(candidate.program);
+            return true;
+        }
+    }
+    return false;
+}
+
+bool LinuxPermissionProbe::openSoundSettings()
+{
+    struct Candidate {
+        const char *program = nullptr;
+        QStringList arguments;
+    };
+    const Candidate candidates[] = {
+        {"pavucontrol", {QStringLiteral("--tab=4")}}, // its input devices
+        {"gnome-control-center", {QStringLiteral("sound")}},
+        {"systemsettings", {QStringLiteral("kcm_pulseaudio")}},
+        {"xfce4-pulseaudio-plugin", {}},
+        {"mate-volume-control", {}},
+        {"cinnamon-settings", {QStringLiteral("sound")}},
+    };
+    for (const Candidate &candidate : candidates) {
+        const QString path = QStandardPaths::findExecutable(QLatin1String(candidate.program));
+        if (!path.isEmpty() && QProcess::startDetached(path, candidate.arguments)) {
+            PLOG(lcPlatform) << "ℹ️ Opened sound settings: " << QLatin1String(candidate.program);
             return true;
         }
     }
