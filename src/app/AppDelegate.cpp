@@ -250,7 +250,12 @@ void AppDelegate::openURLs(const QStringList &urls)
     const QUrl url(first);
     PLOG(lcApp) << "🔗 Received URL redirect: " << url.toString(QUrl::FullyEncoded);
     PLOG(lcApp) << "📍 URL path: " << url.host() << ", components: " << url.path();
-    // No host has an action yet; later actions become named hosts of the parlino scheme.
+    // Each action is a named host of the parlino scheme.
+    if (url.host() == u"library" || url.host() == u"podcasts") {
+        if (m_components.showLibrary)
+            m_components.showLibrary(url.host() == u"library" ? LibraryTab::savedAudio : LibraryTab::podcasts);
+        return;
+    }
     PLOG(lcApp) << "⚠️ Unknown URL path: " << url.host();
 }
 

@@ -2,6 +2,8 @@
 
 #include "input/ShortcutActions.h"
 
+#include <functional>
+
 namespace parlino {
 
 class AppState;
@@ -20,6 +22,8 @@ public:
 
     // Download and save act on the playing audio through these; without them they do nothing.
     void setLibraryActions(LibraryActions *library) { m_library = library; }
+    // Opens (or raises) the library window; without it the shortcut does nothing.
+    void setLibraryOpener(std::function<void()> open) { m_openLibrary = std::move(open); }
 
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
@@ -45,6 +49,7 @@ private:
     TextCaptureService &m_capture;
     UserNotifier &m_notifier;
     LibraryActions *m_library = nullptr;
+    std::function<void()> m_openLibrary;
 };
 
 } // namespace parlino
