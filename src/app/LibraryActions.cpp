@@ -229,18 +229,10 @@ QCoro::Task<> LibraryActions::download()
     PLOG(lcApp) << "📥 Starting audio download...";
     QPointer<LibraryActions> self(this);
     m_state.setIsDownloading(true);
-    // The next export is this one, whether it goes to the folder now or through the dialog later.
-    disconnect(m_downloadNotice);
-    m_downloadNotice = connect(&m_exporter, &AudioExportService::audioExported, this, [this](const QString &path) {
-        disconnect(m_downloadNotice);
-        m_notifier.notify(QStringLiteral("Download Complete"), QStringLiteral("Audio file saved to ") + path);
-    });
+    // The export announces the file it wrote itself, so the user hears of it once.
     try {
         QCoro::Task<> exporting = m_exporter.exportAudio(QUrl::fromLocalFile(source->first), source->second);
         co_await exporting;
-        // Straight into the folder it is done; an export that failed there leaves no notice waiting.
-        if (self && m_state.downloadLocation())
-            disconnect(m_downloadNotice);
     } catch (const std::exception &error) {
         if (!self)
             co_return;

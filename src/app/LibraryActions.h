@@ -73,7 +73,6 @@ private:
     // The finished stream written out, and which stream it came from.
     std::weak_ptr<SpeechStream> m_writtenStream;
     QString m_streamFile;
-    QMetaObject::Connection m_downloadNotice;
 };
 
 } // namespace parlino
