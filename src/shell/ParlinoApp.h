@@ -10,9 +10,11 @@
 namespace parlino {
 
 class AppDelegate;
+enum class LibraryTab;
 class AppServices;
 class DBusApplicationService;
 class DBusServicesEndpoint;
+class LibraryWindow;
 class OnboardingWindow;
 class SettingsWindow;
 class StatusBarController;
@@ -40,6 +42,7 @@ private:
     void playFile(const QString &path);
     void showSettings();
     void showOnboarding();
+    void showLibrary(LibraryTab tab);
 
     std::unique_ptr<AppServices> m_services;
     std::unique_ptr<DBusApplicationService> m_bus;
@@ -47,6 +50,7 @@ private:
     std::unique_ptr<AppDelegate> m_delegate;
     QPointer<OnboardingWindow> m_onboarding;
     QPointer<SettingsWindow> m_settings;
+    QPointer<LibraryWindow> m_library;
     QPointer<StatusBarController> m_statusBar;
 };
 
