@@ -77,6 +77,13 @@ SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, ModelSetting
     describe(m_speed, QStringLiteral("Default speed"));
     form->addRow(QStringLiteral("Default speed:"), m_speed);
 
+    m_podcastType = new QComboBox(this);
+    for (PodcastType type : allPodcastTypes)
+        m_podcastType->addItem(rawValue(type), rawValue(type));
+    m_podcastType->setCurrentIndex(m_podcastType->findData(rawValue(m_state.selectedPodcastType())));
+    describe(m_podcastType, QStringLiteral("Podcast type"));
+    form->addRow(QStringLiteral("Podcast type:"), m_podcastType);
+
     auto *folderRow = new QHBoxLayout;
     m_folder = new QLabel(this);
     m_folder->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -150,6 +157,13 @@ SettingsWindow::SettingsWindow(AppState &state, Defaults &defaults, ModelSetting
         const double rate = m_speed->currentData().toDouble();
         if (const std::optional<PlaybackSpeed> speed = playbackSpeedFromRawValue(rate))
             m_state.saveDefaultSpeed(*speed);
+    });
+    connect(m_podcastType, &QComboBox::activated, this, [this] {
+        if (const std::optional<PodcastType> type = podcastTypeFromRawValue(m_podcastType->currentData().toString()))
+            m_state.setSelectedPodcastType(*type);
+    });
+    connect(&m_state, &AppState::selectedPodcastTypeChanged, this, [this] {
+        m_podcastType->setCurrentIndex(m_podcastType->findData(rawValue(m_state.selectedPodcastType())));
     });
     connect(choose, &QPushButton::clicked, this, &SettingsWindow::chooseDownloadFolder);
     connect(&m_state, &AppState::downloadLocationChanged, this, &SettingsWindow::refreshDownloadFolder);

@@ -39,6 +39,7 @@ private:
     QComboBox *m_voice = nullptr;
     QLabel *m_voiceNote = nullptr;
     QComboBox *m_speed = nullptr;
+    QComboBox *m_podcastType = nullptr;
     QLabel *m_folder = nullptr;
     QCheckBox *m_streamSpeech = nullptr;
     QComboBox *m_provider = nullptr;

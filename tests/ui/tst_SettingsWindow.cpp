@@ -113,6 +113,29 @@ private Q_SLOTS:
         QVERIFY(models.switchToSuccessor(ModelRole::chat, QStringLiteral("gpt-4o-mini")));
         QCOMPARE(chatModel->currentText(), QStringLiteral("gpt-6-luna"));
     }
+
+    void podcastTypeIsChosenAndKept()
+    {
+        ModelSettings models(m_defaults);
+        OpenAIConnection connection(QStringLiteral("key"), m_server.baseUrlString());
+        ModelAvailability availability(connection, m_clock, m_env.dataHome() + QStringLiteral("/availability.json"));
+        {
+            AppState state(m_defaults);
+            SettingsWindow window(state, m_defaults, models, availability);
+            auto *type = control<QComboBox>(window, QStringLiteral("Podcast type"));
+            QVERIFY(type);
+            QCOMPARE(type->count(), 6);
+            QCOMPARE(type->currentText(), QStringLiteral("Educational"));
+            choose(type, QStringLiteral("Deep Dive"));
+            QCOMPARE(state.selectedPodcastType(), PodcastType::deepDive);
+        }
+        // The next start uses the same style, and the window shows it.
+        AppState restarted(m_defaults);
+        QCOMPARE(restarted.selectedPodcastType(), PodcastType::deepDive);
+        SettingsWindow window(restarted, m_defaults, models, availability);
+        QCOMPARE(control<QComboBox>(window, QStringLiteral("Podcast type"))->currentText(),
+                 QStringLiteral("Deep Dive"));
+    }
 };
 
 QTEST_MAIN(TestSettingsWindow)
