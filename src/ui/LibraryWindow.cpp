@@ -95,7 +95,8 @@ QString minutesAndSeconds(double seconds)
 
 QString shortDate(const QDateTime &date)
 {
-    return QLocale().toString(date.toLocalTime(), QLocale::ShortFormat);
+    // Day and minute are enough to tell items apart; the locale names the month.
+    return QLocale().toString(date.toLocalTime(), QStringLiteral("d MMM yyyy, HH:mm"));
 }
 
 // A missing file greys the row and says so in its last column.
