@@ -24,6 +24,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStackedWidget>
+#include <QTabWidget>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -190,6 +191,15 @@ void LibraryWindowTest::emptyListsTellHowToFillThemAndSavesAppearAtOnce()
     QVERIFY(saved && podcasts);
     auto *savedHint = qobject_cast<QLabel *>(visiblePage(*saved));
     QVERIFY(savedHint);
+    // What a screen reader announces for a control is what its tool tip shows.
+    for (QWidget *widget : window.findChildren<QWidget *>()) {
+        const bool control = qobject_cast<QPushButton *>(widget) || qobject_cast<QLineEdit *>(widget)
+                             || qobject_cast<QPlainTextEdit *>(widget) || qobject_cast<QAbstractItemView *>(widget);
+        if (control && !widget->objectName().isEmpty() && !widget->objectName().startsWith(u"qt_")) {
+            QVERIFY2(!widget->accessibleName().isEmpty(), qPrintable(widget->objectName()));
+            QCOMPARE(widget->accessibleName(), widget->toolTip());
+        }
+    }
     QVERIFY(savedHint->text().contains(QStringLiteral("Press Save in the player to keep a reading here.")));
     auto *podcastHint = qobject_cast<QLabel *>(visiblePage(*podcasts));
     QVERIFY(podcastHint && podcastHint->text().contains(QStringLiteral("parlino podcast")));
@@ -331,6 +341,17 @@ void LibraryWindowTest::searchKeepsMatchingTitlesAndTexts()
     QVERIFY(!search->hasFocus());
     QTest::keyClick(m_window.get(), Qt::Key_F, Qt::ControlModifier);
     QVERIFY(search->hasFocus());
+    // Tab goes from the search field to the tabs, the list, and on to its buttons.
+    QTest::keyClick(search, Qt::Key_Tab);
+    QVERIFY(m_window->focusWidget()
+            && m_window->focusWidget()->parentWidget()
+                   == control<QTabWidget>(window, QStringLiteral("Saved audio and podcasts")));
+    QTest::keyClick(m_window->focusWidget(), Qt::Key_Tab);
+    QCOMPARE(m_window->focusWidget(), list);
+    QTest::keyClick(list, Qt::Key_Tab);
+    QCOMPARE(m_window->focusWidget(),
+             control<QPushButton>(window, QStringLiteral("Play the selected item in the player")));
+    search->setFocus();
 
     QTest::keyClicks(search, QStringLiteral("RAIN"));
     QCOMPARE(rowTitles(*list), (QStringList{u"Markets"_qs, u"Weather"_qs}));
