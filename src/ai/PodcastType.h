@@ -36,6 +36,17 @@ inline constexpr std::array<PodcastType, 6> allPodcastTypes{PodcastType::educati
     return std::nullopt;
 }
 
+// The style whose raw value is name in any case, with hyphens or underscores for blanks ("deep-dive").
+[[nodiscard]] inline std::optional<PodcastType> podcastTypeNamed(QString name)
+{
+    name.replace(u'-', u' ').replace(u'_', u' ');
+    for (PodcastType type : allPodcastTypes) {
+        if (rawValue(type).compare(name.simplified(), Qt::CaseInsensitive) == 0)
+            return type;
+    }
+    return std::nullopt;
+}
+
 // The target length of a podcast of this type for a source of wordCount words, e.g. "3–4 minutes":
 // reading time at 150 words a minute (whole minutes) stretched by the style's low and high factors,
 // each truncated. Sources under 150 words give "0–0 minutes".

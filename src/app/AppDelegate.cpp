@@ -250,7 +250,13 @@ void AppDelegate::openURLs(const QStringList &urls)
     const QUrl url(first);
     PLOG(lcApp) << "🔗 Received URL redirect: " << url.toString(QUrl::FullyEncoded);
     PLOG(lcApp) << "📍 URL path: " << url.host() << ", components: " << url.path();
-    // Each window the user can open is a host of the parlino scheme.
+    // Each action is a named host of the parlino scheme.
+    if (url.host() == u"library" || url.host() == u"podcasts") {
+        if (m_components.showLibrary)
+            m_components.showLibrary(url.host() == u"library" ? LibraryTab::savedAudio : LibraryTab::podcasts);
+        return;
+    }
+    // The other windows the user can open are hosts of the scheme too.
     if (m_components.openWindow && m_components.openWindow(url.host()))
         return;
     PLOG(lcApp) << "⚠️ Unknown URL path: " << url.host();

@@ -15,6 +15,8 @@ class Defaults;
 class PermissionManager;
 
 enum class ActivationPolicy { regular, accessory };
+// The tab the library window opens on.
+enum class LibraryTab { savedAudio, podcasts };
 
 // The long-lived parts that start-up creates, in order. Each is optional: a part that does not exist
 // in this build is skipped. main() fills this with the production singletons.
@@ -30,6 +32,7 @@ struct AppComponents {
     // Opens the window a parlino:// URL names by its host ("dashboard", "settings"); false when there is
     // no such window.
     std::function<bool(const QString &host)> openWindow;
+    std::function<void(LibraryTab)> showLibrary; // parlino://library and parlino://podcasts
 };
 
 // Start-up and shutdown: validates the persisted state, creates the services in a fixed order, picks

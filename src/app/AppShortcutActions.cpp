@@ -96,9 +96,11 @@ void AppShortcutActions::saveAudio()
         m_library->saveWithDialog();
 }
 
-// There is no library window yet; the shortcut manager logs the press and nothing else happens.
+// The shortcut manager has logged the press already.
 void AppShortcutActions::openLibrary()
 {
+    if (m_openLibrary)
+        m_openLibrary();
 }
 
 void AppShortcutActions::askQuestion()

@@ -2,6 +2,8 @@
 
 #include "input/ShortcutActions.h"
 
+#include <functional>
+
 namespace parlino {
 
 class AppState;
@@ -26,6 +28,8 @@ public:
     void setOnboardingAudio(OnboardingAudio *onboarding) { m_onboarding = onboarding; }
     // The question shortcut acts as the floating player's question button does.
     void setQuestionActions(QuestionActions *questions) { m_questions = questions; }
+    // Opens (or raises) the library window; without it the shortcut does nothing.
+    void setLibraryOpener(std::function<void()> open) { m_openLibrary = std::move(open); }
 
     void readAloud(const QString &text) override;
     void readSummary(const QString &text) override;
@@ -53,6 +57,7 @@ private:
     LibraryActions *m_library = nullptr;
     OnboardingAudio *m_onboarding = nullptr;
     QuestionActions *m_questions = nullptr;
+    std::function<void()> m_openLibrary;
 };
 
 } // namespace parlino

@@ -24,6 +24,7 @@ AppState::AppState(Defaults &defaults, QObject *parent)
     loadFloatingPlayerSize();
     if (const std::optional<QString> stored = m_defaults.stringForKey(SettingsKeys::appearanceMode))
         m_appearanceMode = appearanceModeFromRawValue(*stored).value_or(AppearanceMode::system);
+    loadPodcastType();
 }
 
 AppState::~AppState() = default;
@@ -390,12 +391,21 @@ void AppState::setPodcastGenerationProgress(const QString &value)
     Q_EMIT podcastGenerationProgressChanged();
 }
 
+// The style is the user's choice in the settings and lasts across restarts.
 void AppState::setSelectedPodcastType(PodcastType value)
 {
     if (m_selectedPodcastType == value)
         return;
     m_selectedPodcastType = value;
+    m_defaults.set(SettingsKeys::podcastType, rawValue(value));
     Q_EMIT selectedPodcastTypeChanged();
+}
+
+void AppState::loadPodcastType()
+{
+    const std::optional<QString> stored = m_defaults.stringForKey(SettingsKeys::podcastType);
+    if (const std::optional<PodcastType> type = stored ? podcastTypeFromRawValue(*stored) : std::nullopt)
+        m_selectedPodcastType = *type;
 }
 
 void AppState::setIsDownloading(bool value)

@@ -179,6 +179,7 @@ public:
     void saveDefaultSpeed(PlaybackSpeed speed);
     // The floating player's size as last left, within the window's limits.
     void loadFloatingPlayerSize();
+    void loadPodcastType();
 
 Q_SIGNALS:
     void isPlayingChanged();

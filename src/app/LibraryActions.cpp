@@ -158,25 +158,45 @@ QCoro::Task<> LibraryActions::generatePodcast()
     }
     if (m_state.isGeneratingPodcast())
         co_return;
+    try {
+        QCoro::Task<Podcast> making = makePodcast(context, m_state.selectedPodcastType());
+        co_await making;
+    } catch (const std::exception &) {
+        // The user has been told already.
+    }
+}
+
+QCoro::Task<Podcast> LibraryActions::makePodcast(QString text, PodcastType type)
+{
+    if (m_state.isGeneratingPodcast())
+        throw Error(QStringLiteral("A podcast is being made already; try again when it is done"));
     QPointer<LibraryActions> self(this);
     m_state.setIsGeneratingPodcast(true);
+    std::optional<Podcast> made;
+    QString failure;
     try {
-        QCoro::Task<Podcast> generating = m_podcasts.generatePodcast(context, m_state.selectedPodcastType());
-        const Podcast podcast = co_await generating;
-        if (!self)
-            co_return;
-        m_notifier.notify(QStringLiteral("Podcast Generated!"),
-                          u'\'' + podcast.title
-                              + QStringLiteral("' has been created and is now playing. Find it in the Podcasts tab."));
+        QCoro::Task<Podcast> generating = m_podcasts.generatePodcast(text, type);
+        made = co_await generating;
     } catch (const std::exception &error) {
-        if (!self)
-            co_return;
-        PLOG(lcApp) << "❌ Podcast generation failed: " << describe(error);
-        m_notifier.notify(QStringLiteral("Podcast Generation Failed"),
-                          QStringLiteral("Failed to generate podcast: ") + describe(error));
+        failure = describe(error);
     }
-    m_state.setIsGeneratingPodcast(false);
-    m_state.setPodcastGenerationProgress(QString());
+    if (self) {
+        if (made) {
+            m_notifier.notify(
+                QStringLiteral("Podcast Generated!"),
+                u'\'' + made->title
+                    + QStringLiteral("' has been created and is now playing. Find it in the Podcasts tab."));
+        } else {
+            PLOG(lcApp) << "❌ Podcast generation failed: " << failure;
+            m_notifier.notify(QStringLiteral("Podcast Generation Failed"),
+                              QStringLiteral("Failed to generate podcast: ") + failure);
+        }
+        m_state.setIsGeneratingPodcast(false);
+        m_state.setPodcastGenerationProgress(QString());
+    }
+    if (!made)
+        throw Error(failure);
+    co_return *made;
 }
 
 QCoro::Task<> LibraryActions::saveForLater()
@@ -229,18 +249,10 @@ QCoro::Task<> LibraryActions::download()
     PLOG(lcApp) << "📥 Starting audio download...";
     QPointer<LibraryActions> self(this);
     m_state.setIsDownloading(true);
-    // The next export is this one, whether it goes to the folder now or through the dialog later.
-    disconnect(m_downloadNotice);
-    m_downloadNotice = connect(&m_exporter, &AudioExportService::audioExported, this, [this](const QString &path) {
-        disconnect(m_downloadNotice);
-        m_notifier.notify(QStringLiteral("Download Complete"), QStringLiteral("Audio file saved to ") + path);
-    });
+    // The export announces the file it wrote itself, so the user hears of it once.
     try {
         QCoro::Task<> exporting = m_exporter.exportAudio(QUrl::fromLocalFile(source->first), source->second);
         co_await exporting;
-        // Straight into the folder it is done; an export that failed there leaves no notice waiting.
-        if (self && m_state.downloadLocation())
-            disconnect(m_downloadNotice);
     } catch (const std::exception &error) {
         if (!self)
             co_return;

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "ai/PodcastType.h"
+#include "library/Podcast.h"
+
 #include <QObject>
 #include <QString>
 #include <qcoro/qcorotask.h>
@@ -43,7 +46,11 @@ public:
     // The local file of the audio playing now, or nothing (none loaded, still arriving, or failed).
     [[nodiscard]] std::optional<QString> currentAudioFile();
 
+    // A podcast of the playing text in the chosen style.
     QCoro::Task<> generatePodcast();
+    // A podcast of text in the style type: made, stored, played and announced; a failure is announced and
+    // thrown. Refused (Error) while another podcast is being made.
+    QCoro::Task<Podcast> makePodcast(QString text, PodcastType type);
     QCoro::Task<> saveForLater();
     // Into the download folder, or through the save dialog when none is chosen.
     QCoro::Task<> download();
@@ -73,7 +80,6 @@ private:
     // The finished stream written out, and which stream it came from.
     std::weak_ptr<SpeechStream> m_writtenStream;
     QString m_streamFile;
-    QMetaObject::Connection m_downloadNotice;
 };
 
 } // namespace parlino

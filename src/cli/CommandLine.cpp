@@ -46,6 +46,12 @@ LaunchRequest parseCommandLine(const QStringList &arguments)
         request.arguments = arguments.mid(1);
         return request;
     }
+    if (first == u"podcast") {
+        request.kind = LaunchRequest::Kind::service;
+        request.command = QStringLiteral("CreatePodcast");
+        request.arguments = arguments.mid(1);
+        return request;
+    }
     if (kSubcommands.contains(first)) {
         request.kind = LaunchRequest::Kind::subcommand;
         request.command = first;
@@ -76,6 +82,11 @@ QString usageText()
         "  --read-aloud [TEXT|-]     read TEXT (or standard input) aloud in the running app\n"
         "  --read-summary [TEXT|-]   play a spoken summary of TEXT (or standard input)\n"
         "  play FILE                 play an audio file in the floating player of the running app\n"
+        "  podcast [--type NAME] [TEXT|-]\n"
+        "                            make a podcast of TEXT (or standard input) in the running app,\n"
+        "                            keep it in the library and play it; NAME is Educational,\n"
+        "                            \"Fictional Narrative\", \"Business Analysis\", \"Interview Style\",\n"
+        "                            \"Deep Dive\" or \"Quick Summary\" (default: your setting)\n"
         "  synthesize [OPTIONS] [TEXT|-]\n"
         "                            speak TEXT (or standard input) to an MP3 file and print its path\n"
         "      --provider NAME       openai-speech, openai-realtime or offline (default: your setting;\n"
@@ -91,6 +102,7 @@ QString usageText()
         "  account unlink            forget the linked account\n"
         "  account status            show the linked account\n"
         "  usage [--json]            this month's characters, estimated cost and breakdowns\n"
+        "  parlino://library         open the library window (parlino://podcasts: on its Podcasts tab)\n"
         "  parlino://...             hand a parlino link to the running app\n"
         "  -h, --help                show this help\n"
         "  -v, --version             show the version\n"

@@ -14,12 +14,12 @@ struct LaunchRequest {
         play,       // hand a local audio file to the running app
         openUrls,   // parlino:// URLs from the desktop's URL handler
         subcommand, // a command that runs without the tray app (synthesize, summarize, ...)
-        service,    // --read-aloud / --read-summary: a text flow of the running app (started if needed)
+        service,    // --read-aloud / --read-summary / podcast: a text flow of the running app (started if needed)
         invalid,
     };
 
     Kind kind = Kind::run;
-    QString command;       // the subcommand's name, or the service method (ReadAloud, ReadSummary)
+    QString command;       // the subcommand's name, or the service method (ReadAloud, ReadSummary, CreatePodcast)
     QStringList arguments; // file, URLs, or the subcommand's own arguments
     QString error;         // for invalid requests
 };

@@ -14,6 +14,8 @@ inline const QString hasViewedOnboarding = QStringLiteral("hasViewedOnboarding")
 // The user's choices.
 inline const QString defaultVoice = QStringLiteral("defaultVoice");
 inline const QString defaultSpeed = QStringLiteral("defaultSpeed");
+// The style of the next podcast, by its display name ("Deep Dive").
+inline const QString podcastType = QStringLiteral("podcastType");
 inline const QString downloadLocation = QStringLiteral("downloadLocationBookmark");
 // "Start speaking before the whole text is ready" (true when absent).
 inline const QString streamSpeech = QStringLiteral("streamSpeech");

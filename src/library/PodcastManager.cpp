@@ -22,10 +22,12 @@ QCoro::Task<> PodcastManager::loadPodcasts()
 {
     try {
         m_savedPodcasts = m_storage.loadAllPodcasts();
+        m_loadError.clear();
         sortNewestFirst();
         PLOG(lcLibrary) << "✅ PodcastManager: Loaded " << m_savedPodcasts.size() << " podcasts";
     } catch (const Error &error) {
         m_savedPodcasts.clear();
+        m_loadError = error.description();
         PLOG(lcLibrary) << "❌ PodcastManager: Failed to load podcasts: " << error.description();
     }
     Q_EMIT savedPodcastsChanged();

@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QObject>
+#include <QString>
 #include <QUuid>
 #include <qcoro/qcorotask.h>
 
@@ -27,6 +28,8 @@ public:
 
     [[nodiscard]] const QList<Podcast> &savedPodcasts() const { return m_savedPodcasts; }
     [[nodiscard]] PodcastStorageService &storage() const { return m_storage; }
+    // Why the index could not be read at the last load (the list is then empty), or empty.
+    [[nodiscard]] const QString &loadError() const { return m_loadError; }
 
     // Stores the podcast (its audio is copied into the library) and lists it; throws LibraryError.
     QCoro::Task<Podcast> save(Podcast podcast);
@@ -44,6 +47,7 @@ private:
     PodcastStorageService &m_storage;
     PlayFunction m_play;
     QList<Podcast> m_savedPodcasts;
+    QString m_loadError;
 };
 
 } // namespace parlino

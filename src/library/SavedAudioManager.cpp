@@ -24,6 +24,7 @@ void SavedAudioManager::load()
         m_savedAudioList = m_storage.loadAll();
     } catch (const Error &error) {
         PLOG(lcLibrary) << "❌ Error loading saved audio: " << error.description();
+        m_loadError = error.description();
         return;
     }
     sortNewestFirst();

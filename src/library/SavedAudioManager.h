@@ -27,6 +27,8 @@ public:
     SavedAudioManager(SavedAudioStorageService &storage, PlayFunction play, QObject *parent = nullptr);
 
     [[nodiscard]] const QList<SavedAudio> &savedAudioList() const { return m_savedAudioList; }
+    // Why the index could not be read at creation (the list is then empty), or empty.
+    [[nodiscard]] const QString &loadError() const { return m_loadError; }
 
     // Stores item (its audio is copied into the library) and lists it; throws LibraryError.
     QCoro::Task<SavedAudio> save(SavedAudio item);
@@ -47,6 +49,7 @@ private:
     SavedAudioStorageService &m_storage;
     PlayFunction m_play;
     QList<SavedAudio> m_savedAudioList;
+    QString m_loadError;
 };
 
 } // namespace parlino

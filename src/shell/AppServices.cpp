@@ -367,6 +367,12 @@ KeyboardShortcutManager &AppServices::shortcutManager()
     return *m_shortcutManager;
 }
 
+AppShortcutActions &AppServices::shortcutActions()
+{
+    shortcutManager();
+    return *m_shortcutActions;
+}
+
 PermissionManager &AppServices::permissionManager()
 {
     if (!m_permissionManager) {

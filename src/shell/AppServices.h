@@ -102,6 +102,8 @@ public:
     ServicesProvider &servicesProvider();
     TextCaptureService &textCapture();
     KeyboardShortcutManager &shortcutManager();
+    // What the shortcuts do; built with the shortcut manager.
+    AppShortcutActions &shortcutActions();
     PermissionManager &permissionManager();
     // The saved-audio and podcast libraries, export, and the actions that keep the playing audio.
     SavedAudioManager &savedAudio();

@@ -1,7 +1,9 @@
 #include "shell/ParlinoApp.h"
 
 #include "app/AppDelegate.h"
+#include "app/AppShortcutActions.h"
 #include "app/AppState.h"
+#include "app/LibraryActions.h"
 #include "app/PermissionManager.h"
 #include "app/ServicesProvider.h"
 #include "backend/ModelAvailability.h"
@@ -9,9 +11,11 @@
 #include "cli/AccountCommands.h"
 #include "cli/LibraryCommands.h"
 #include "cli/OpenAICommands.h"
+#include "cli/PodcastCommand.h"
 #include "cli/ServiceClient.h"
 #include "cli/UsageCommands.h"
 #include "core/Clock.h"
+#include "core/Error.h"
 #include "core/Logging.h"
 #include "input/HotKeyID.h"
 #include "input/KeyboardShortcutManager.h"
@@ -19,12 +23,14 @@
 #include "library/SavedAudioStorageService.h"
 #include "platform/linux/DBusApplicationService.h"
 #include "platform/linux/DBusServicesEndpoint.h"
+#include "platform/linux/FileManagerLauncher.h"
 #include "platform/linux/XdgAutostart.h"
 #include "playback/AudioPlayerManager.h"
 #include "shell/AppServices.h"
 #include "ui/AppearanceApplier.h"
 #include "ui/DashboardWindow.h"
 #include "ui/FloatingPlayerWindowController.h"
+#include "ui/LibraryWindow.h"
 #include "ui/MenuPopoverView.h"
 #include "ui/OnboardingWindow.h"
 #include "ui/SettingsWindow.h"
@@ -38,6 +44,27 @@
 
 namespace parlino {
 
+namespace {
+
+// A podcast asked for over the bus: in the named style, or the one chosen in the settings.
+QCoro::Task<QString> createPodcast(AppServices &services, QString text, QString typeName)
+{
+    if (text.trimmed().isEmpty())
+        throw Error(QStringLiteral("No text to make a podcast from"));
+    PodcastType type = services.appState().selectedPodcastType();
+    if (!typeName.isEmpty()) {
+        const std::optional<PodcastType> named = podcastTypeNamed(typeName);
+        if (!named)
+            throw Error(unknownPodcastTypeMessage(typeName));
+        type = *named;
+    }
+    QCoro::Task<Podcast> making = services.libraryActions().makePodcast(text, type);
+    const Podcast podcast = co_await making;
+    co_return podcast.title;
+}
+
+} // namespace
+
 ParlinoApp::ParlinoApp()
     : m_services(std::make_unique<AppServices>())
     , m_bus(std::make_unique<DBusApplicationService>())
@@ -49,6 +76,7 @@ ParlinoApp::~ParlinoApp()
     delete m_onboarding;
     delete m_settings;
     delete m_dashboard;
+    delete m_library;
 }
 
 int ParlinoApp::runSubcommand(const LaunchRequest &request)
@@ -74,6 +102,8 @@ int ParlinoApp::runSubcommand(const LaunchRequest &request)
 
 int ParlinoApp::runServiceRequest(const LaunchRequest &request)
 {
+    if (request.command == u"CreatePodcast")
+        return runPodcastCommand(request.arguments, &DBusServicesEndpoint::createPodcastStartingApp);
     return runServiceCommand(request.command, request.arguments, &DBusServicesEndpoint::callStartingApp);
 }
 
@@ -121,11 +151,22 @@ int ParlinoApp::run(const LaunchRequest &request)
             std::make_unique<DBusServicesEndpoint>([&provider](const QString &method, const QString &text) {
                 return method == u"ReadSummary" ? provider.readSummary(text) : provider.readAloud(text);
             });
+        m_servicesEndpoint->setPodcastHandler([&services](QString text, QString type) {
+            return createPodcast(services, std::move(text), std::move(type));
+        });
         if (!m_servicesEndpoint->registerOn(m_bus->connection()))
             PWARN(lcApp) << "⚠️ Could not offer the read-aloud service on the session bus";
         return &provider;
     };
-    components.keyboardManager = [&services] { return &services.shortcutManager(); };
+    components.keyboardManager = [this, &services] {
+        // The shortcut raises the window on the tab it shows, or opens it on the saved audio.
+        services.shortcutActions().setLibraryOpener([this] {
+            const bool podcasts = m_library && m_library->currentTab() == LibraryWindow::Tab::podcasts;
+            showLibrary(podcasts ? LibraryTab::podcasts : LibraryTab::savedAudio);
+        });
+        return &services.shortcutManager();
+    };
+    components.showLibrary = [this](LibraryTab tab) { showLibrary(tab); };
     components.floatingPlayer = [this, &services] {
         // The voice questions' alert offers the settings where the recognizer is chosen.
         connect(&services.permissionManager(), &PermissionManager::recognizerSettingsRequested, this, [this] {
@@ -251,6 +292,14 @@ void ParlinoApp::showDashboard()
     m_dashboard->show();
     m_dashboard->raise();
     m_dashboard->activateWindow();
+}
+
+void ParlinoApp::showLibrary(LibraryTab tab)
+{
+    if (!m_library)
+        m_library = new LibraryWindow(m_services->savedAudio(), m_services->podcasts(), m_services->audioExport(),
+                                      &FileManagerLauncher::showItem);
+    m_library->present(tab == LibraryTab::podcasts ? LibraryWindow::Tab::podcasts : LibraryWindow::Tab::library);
 }
 
 void ParlinoApp::showOnboarding()

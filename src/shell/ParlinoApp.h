@@ -10,10 +10,12 @@
 namespace parlino {
 
 class AppDelegate;
+enum class LibraryTab;
 class AppServices;
 class DBusApplicationService;
 class DBusServicesEndpoint;
 class DashboardWindow;
+class LibraryWindow;
 class OnboardingWindow;
 class SettingsWindow;
 class StatusBarController;
@@ -42,6 +44,7 @@ private:
     void showSettings();
     void showDashboard();
     void showOnboarding();
+    void showLibrary(LibraryTab tab);
 
     std::unique_ptr<AppServices> m_services;
     std::unique_ptr<DBusApplicationService> m_bus;
@@ -50,6 +53,7 @@ private:
     QPointer<OnboardingWindow> m_onboarding;
     QPointer<SettingsWindow> m_settings;
     QPointer<DashboardWindow> m_dashboard;
+    QPointer<LibraryWindow> m_library;
     QPointer<StatusBarController> m_statusBar;
 };
 

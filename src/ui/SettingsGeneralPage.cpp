@@ -1,11 +1,13 @@
 #include "ui/SettingsGeneralPage.h"
 
+#include "ai/PodcastType.h"
 #include "app/AppState.h"
 #include "app/LoginItem.h"
 #include "ui/AccessibleHelp.h"
 
 #include <QButtonGroup>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -64,6 +66,21 @@ SettingsGeneralPage::SettingsGeneralPage(AppState &state, LoginItem *loginItem, 
     connect(&m_state, &AppState::appearanceModeChanged, this, [this] {
         if (QAbstractButton *button = m_appearance->button(static_cast<int>(m_state.appearanceMode())))
             button->setChecked(true);
+    });
+
+    // The style of podcasts made from the player's button, the shortcut or `parlino podcast`.
+    m_podcastType = new QComboBox(this);
+    for (PodcastType type : allPodcastTypes)
+        m_podcastType->addItem(rawValue(type), rawValue(type));
+    m_podcastType->setCurrentIndex(m_podcastType->findData(rawValue(m_state.selectedPodcastType())));
+    describe(m_podcastType, QStringLiteral("Podcast type"));
+    form->addRow(QStringLiteral("Podcast type:"), m_podcastType);
+    connect(m_podcastType, &QComboBox::activated, this, [this] {
+        if (const std::optional<PodcastType> type = podcastTypeFromRawValue(m_podcastType->currentData().toString()))
+            m_state.setSelectedPodcastType(*type);
+    });
+    connect(&m_state, &AppState::selectedPodcastTypeChanged, this, [this] {
+        m_podcastType->setCurrentIndex(m_podcastType->findData(rawValue(m_state.selectedPodcastType())));
     });
 
     auto *folderRow = new QHBoxLayout;

@@ -4,6 +4,7 @@
 
 class QButtonGroup;
 class QCheckBox;
+class QComboBox;
 class QLabel;
 
 namespace parlino {
@@ -11,7 +12,7 @@ namespace parlino {
 class AppState;
 class LoginItem;
 
-// Start at login, light or dark appearance, and where downloads go.
+// Start at login, light or dark appearance, the style of podcasts, and where downloads go.
 class SettingsGeneralPage final : public QWidget {
     Q_OBJECT
 public:
@@ -27,6 +28,7 @@ private:
     QCheckBox *m_launchAtLogin = nullptr;
     QLabel *m_loginError = nullptr;
     QButtonGroup *m_appearance = nullptr;
+    QComboBox *m_podcastType = nullptr;
     QLabel *m_folder = nullptr;
 };
 

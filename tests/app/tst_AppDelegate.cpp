@@ -221,6 +221,22 @@ private Q_SLOTS:
         QCOMPARE(log.lines(), lines);
     }
 
+    void libraryUrlsOpenTheLibraryOnTheirTab()
+    {
+        AppState state(*m_defaults);
+        QList<LibraryTab> opened;
+        AppComponents parts;
+        parts.showLibrary = [&](LibraryTab tab) { opened.append(tab); };
+        AppDelegate delegate(std::move(parts), *m_defaults, state, nullptr, *m_clock);
+        test::LogCapture log;
+        delegate.openURLs({QStringLiteral("parlino://library")});
+        delegate.openURLs({QStringLiteral("parlino://podcasts"), QStringLiteral("parlino://library")});
+        delegate.openURLs({QStringLiteral("parlino://libraries")});
+        QCOMPARE(opened, (QList<LibraryTab>{LibraryTab::savedAudio, LibraryTab::podcasts}));
+        QVERIFY(log.contains(QStringLiteral("⚠️ Unknown URL path: libraries")));
+        QVERIFY(!log.contains(QStringLiteral("⚠️ Unknown URL path: library")));
+    }
+
     void terminationStopsPlaybackWithoutClosingThePlayer()
     {
         AppState state(*m_defaults);

@@ -26,6 +26,10 @@ private Q_SLOTS:
             << QStringList{QStringLiteral("synthesize"), QStringLiteral("--voice"), QStringLiteral("nova"),
                            QStringLiteral("-")}
             << Kind::subcommand << QStringList{QStringLiteral("--voice"), QStringLiteral("nova"), QStringLiteral("-")};
+        QTest::newRow("podcast goes to the running app")
+            << QStringList{QStringLiteral("podcast"), QStringLiteral("--type"), QStringLiteral("deep-dive"),
+                           QStringLiteral("-")}
+            << Kind::service << QStringList{QStringLiteral("--type"), QStringLiteral("deep-dive"), QStringLiteral("-")};
         QTest::newRow("unknown option") << QStringList{QStringLiteral("--frobnicate")} << Kind::invalid
                                         << QStringList();
     }

@@ -1,12 +1,17 @@
 // The library as the command line lists it: the real executable reads the index files the library
-// services wrote into the test's data folder.
+// services wrote into the test's data folder. Then the library window of the real app, read through the
+// accessibility bus as a screen reader reads it, after `parlino podcast` made a podcast and the app restarted.
 #include "AppProcess.h"
+#include "OpenAITestServer.h"
 #include "TestEnvironment.h"
 #include "library/Podcast.h"
 #include "library/PodcastStorageService.h"
 #include "library/SavedAudio.h"
 #include "library/SavedAudioStorageService.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,13 +20,64 @@
 #include <QTest>
 #include <QUuid>
 
+#include <atspi/atspi.h>
+
+namespace {
+
+void collectNames(AtspiAccessible *node, QStringList &names, int depth)
+{
+    gchar *name = atspi_accessible_get_name(node, nullptr);
+    if (name && *name)
+        names.append(QString::fromUtf8(name));
+    g_free(name);
+    const gint count = depth < 40 ? atspi_accessible_get_child_count(node, nullptr) : 0;
+    for (gint index = 0; index < count; ++index) {
+        if (AtspiAccessible *child = atspi_accessible_get_child_at_index(node, index, nullptr)) {
+            collectNames(child, names, depth + 1);
+            g_object_unref(child);
+        }
+    }
+}
+
+// Every name shown in the window titled `title` of any application on the accessibility bus.
+QStringList namesInWindow(const QString &title)
+{
+    QStringList names;
+    AtspiAccessible *desktop = atspi_get_desktop(0);
+    const gint applications = atspi_accessible_get_child_count(desktop, nullptr);
+    for (gint app = 0; app < applications; ++app) {
+        AtspiAccessible *application = atspi_accessible_get_child_at_index(desktop, app, nullptr);
+        if (!application)
+            continue;
+        atspi_accessible_clear_cache(application);
+        const gint windows = atspi_accessible_get_child_count(application, nullptr);
+        for (gint index = 0; index < windows; ++index) {
+            AtspiAccessible *window = atspi_accessible_get_child_at_index(application, index, nullptr);
+            if (!window)
+                continue;
+            gchar *name = atspi_accessible_get_name(window, nullptr);
+            if (name && QString::fromUtf8(name) == title)
+                collectNames(window, names, 0);
+            g_free(name);
+            g_object_unref(window);
+        }
+        g_object_unref(application);
+    }
+    g_object_unref(desktop);
+    return names;
+}
+
+} // namespace
+
 using namespace parlino;
 
 class LibraryListTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void listsSavedAudioAndPodcastsNewestFirst();
+    void theWindowShowsWhatWasKeptAfterARestart();
 
 private:
     struct Run {
@@ -31,7 +87,22 @@ private:
     [[nodiscard]] static Run list(const QStringList &arguments);
 
     test::TestEnvironment m_env;
+    test::OpenAITestServer m_server;
 };
+
+void LibraryListTest::initTestCase()
+{
+    QDir().mkpath(QFileInfo(m_env.defaultsFile()).absolutePath());
+    QFile defaults(m_env.defaultsFile());
+    QVERIFY(defaults.open(QIODevice::WriteOnly));
+    defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\n");
+    defaults.close();
+    qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
+    qputenv("OPENAI_API_KEY", "sk-test");
+    // The app's widgets on the accessibility bus, as for a screen reader.
+    qputenv("QT_LINUX_ACCESSIBILITY_ALWAYS_ON", "1");
+    QVERIFY(atspi_init() >= 0);
+}
 
 LibraryListTest::Run LibraryListTest::list(const QStringList &arguments)
 {
@@ -95,6 +166,61 @@ void LibraryListTest::listsSavedAudioAndPodcastsNewestFirst()
     const QJsonArray podcastItems = root.value(u"podcasts").toArray();
     QCOMPARE(podcastItems.size(), 1);
     QCOMPARE(Podcast::fromJson(podcastItems[0].toObject()).podcastType, QStringLiteral("Deep Dive"));
+}
+
+void LibraryListTest::theWindowShowsWhatWasKeptAfterARestart()
+{
+    // The saved audio and the podcast of the test before are on disk; the app makes one more podcast.
+    {
+        test::AppProcess app;
+        QVERIFY(app.start());
+        QVERIFY(app.waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+
+        QString output;
+        QCOMPARE(test::AppProcess::runToEnd({QStringLiteral("podcast"), QStringLiteral("--type"),
+                                             QStringLiteral("radio play"), QStringLiteral("Rivers")},
+                                            &output),
+                 2);
+        QVERIFY2(output.contains(QStringLiteral("Unknown podcast type “radio play”. Choose one of: Educational, "
+                                                "Fictional Narrative, Business Analysis, Interview Style, Deep Dive, "
+                                                "Quick Summary.")),
+                 qPrintable(output));
+
+        m_server.setChatContent(
+            QStringLiteral(R"({"title": "Rivers Explained", "summary": "Where rivers begin and end."})"));
+        QProcess podcast;
+        podcast.setProcessChannelMode(QProcess::MergedChannels);
+        podcast.start(test::AppProcess::executable(),
+                      {QStringLiteral("podcast"), QStringLiteral("--type"), QStringLiteral("deep-dive"), u"-"_qs});
+        podcast.write("Rivers begin in the hills and end in the sea.");
+        podcast.closeWriteChannel();
+        // The local server answers from this process, so the wait keeps its event loop running.
+        QTRY_COMPARE_WITH_TIMEOUT(podcast.state(), QProcess::NotRunning, 120000);
+        const QString said = QString::fromUtf8(podcast.readAll());
+        QCOMPARE(podcast.exitCode(), 0);
+        QCOMPARE(said, QStringLiteral("Podcast made and playing: Rivers Explained\n"));
+        QVERIFY(app.waitForLine(QStringLiteral("✅ Podcast generation complete!")));
+        PodcastStorageService stored;
+        const QList<Podcast> podcasts = stored.loadAllPodcasts();
+        QCOMPARE(podcasts.size(), 2);
+        QCOMPARE(podcasts.last().podcastType, QStringLiteral("Deep Dive"));
+        QCOMPARE(podcasts.last().sourceText, QStringLiteral("Rivers begin in the hills and end in the sea."));
+    }
+
+    // After a restart the window lists both kinds, each on its own tab.
+    test::AppProcess app;
+    QVERIFY(app.start());
+    QVERIFY(app.waitForLine(QStringLiteral("ℹ️ Keyboard shortcuts already active")));
+    QCOMPARE(test::AppProcess::runToEnd({QStringLiteral("parlino://library")}), 0);
+    QStringList names;
+    QTRY_VERIFY_WITH_TIMEOUT((names = namesInWindow(QStringLiteral("Parlino Library"))).contains(u"Newer reading"_qs),
+                             15000);
+    QVERIFY2(names.contains(u"Older reading"_qs), qPrintable(names.join(u'|')));
+    QCOMPARE(test::AppProcess::runToEnd({QStringLiteral("parlino://podcasts")}), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(
+        (names = namesInWindow(QStringLiteral("Parlino Library"))).contains(u"Rivers Explained"_qs), 15000);
+    QVERIFY2(names.contains(u"Tides Explained"_qs), qPrintable(names.join(u'|')));
+    QVERIFY2(names.contains(u"Deep Dive"_qs), qPrintable(names.join(u'|')));
 }
 
 QTEST_GUILESS_MAIN(LibraryListTest)

@@ -85,6 +85,9 @@ struct LibraryRig {
               Clock::system())
     {
         speech.addProvider(std::make_unique<SpeechEndpointProvider>(connection, models));
+        // As the app wires it: the export's own notice goes to the desktop.
+        QObject::connect(&exporter, &AudioExportService::notificationRequested, &exporter,
+                         [this](const QString &title, const QString &body) { notifier.notify(title, body); });
     }
 
     static QCoro::Task<double> measure(QString path)
@@ -447,12 +450,15 @@ void FloatingPlayerViewTest::libraryButtonsKeepThePlayingAudio()
     QTest::mouseClick(download, Qt::LeftButton);
     QTRY_VERIFY(QFileInfo::exists(downloads + QStringLiteral("/Listening Notes.mp3")));
     QTRY_VERIFY(download->isEnabled());
+    const qsizetype noticesBefore = notices.size();
     QTest::mouseClick(download, Qt::LeftButton);
     QTRY_VERIFY(QFileInfo::exists(downloads + QStringLiteral("/Listening Notes_1.mp3")));
     QCOMPARE(test::readBytes(downloads + QStringLiteral("/Listening Notes_1.mp3")), test::readBytes(m_speech));
+    // One notice for one download: the export's.
+    QTRY_VERIFY(download->isEnabled());
+    QCOMPARE(notices.size(), noticesBefore + 1);
     QCOMPARE(notices.last(),
-             (QStringList{QStringLiteral("Download Complete"), QStringLiteral("Audio file saved to ") + downloads
-                                                                   + QStringLiteral("/Listening Notes_1.mp3")}));
+             (QStringList{QStringLiteral("Audio Downloaded"), QStringLiteral("Saved as Listening Notes_1.mp3")}));
 
     // A reading that still arrives has nothing to keep yet; once whole, its bytes are what is kept.
     // Shorter than the file played before, so keeping that file instead would show.

@@ -163,6 +163,10 @@ private Q_SLOTS:
         login->click();
         QVERIFY(!entry.exists());
 
+        // The podcast style is kept for the next start.
+        choose(control<QComboBox>(window, QStringLiteral("Podcast type")), QStringLiteral("Deep Dive"));
+        QCOMPARE(AppState(openAI.defaults).selectedPodcastType(), PodcastType::deepDive);
+
         // Dark applies to the open windows at once and is kept; "like the desktop" brings its colours back.
         control<QRadioButton>(window, QStringLiteral("Appearance: Dark"))->click();
         QVERIFY(QApplication::palette().window().color().lightness() < 80);

@@ -1,5 +1,6 @@
 #include "platform/linux/DBusServicesEndpoint.h"
 
+#include "core/Error.h"
 #include "platform/linux/DBusApplicationService.h"
 
 #include <QCoreApplication>
@@ -43,6 +44,36 @@ void DBusServicesEndpoint::dispatch(const QString &method, const QString &text)
         sendErrorReply(errorName, error);
 }
 
+QString DBusServicesEndpoint::CreatePodcast(const QString &text, const QString &type)
+{
+    if (!calledFromDBus())
+        return {};
+    if (!m_podcastHandler) {
+        sendErrorReply(errorName, QStringLiteral("Parlino is not ready yet"));
+        return {};
+    }
+    // Making a podcast takes minutes: the answer goes out when it is done, and the bus serves others meanwhile.
+    setDelayedReply(true);
+    QCoro::Task<> answering = answerPodcast(message(), connection(), text, type);
+    Q_UNUSED(answering);
+    return {};
+}
+
+QCoro::Task<> DBusServicesEndpoint::answerPodcast(QDBusMessage call, QDBusConnection bus, QString text, QString type)
+{
+    QString title;
+    QString error;
+    try {
+        QCoro::Task<QString> making = m_podcastHandler(text, type);
+        title = co_await making;
+    } catch (const Error &failure) {
+        error = failure.description();
+    } catch (const std::exception &failure) {
+        error = QString::fromUtf8(failure.what());
+    }
+    bus.send(error.isEmpty() ? call.createReply(title) : call.createErrorReply(errorName, error));
+}
+
 bool DBusServicesEndpoint::call(const QString &method, const QString &text, QString *error, const QDBusConnection &bus)
 {
     QDBusMessage message =
@@ -61,6 +92,8 @@ bool DBusServicesEndpoint::call(const QString &method, const QString &text, QStr
 namespace {
 
 constexpr int kStartTimeoutMs = 20000;
+// A long text's script, speech and storage; the app ends the call itself long before when a step fails.
+constexpr int kPodcastTimeoutMs = 30 * 60 * 1000;
 
 bool isRunning(QDBusConnection &bus)
 {
@@ -98,6 +131,31 @@ bool DBusServicesEndpoint::callStartingApp(const QString &method, const QString 
         return false;
     }
     return call(method, text, error, bus);
+}
+
+bool DBusServicesEndpoint::createPodcastStartingApp(const QString &text, const QString &type, QString *title,
+                                                    QString *error)
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        *error = QStringLiteral("no D-Bus session bus; start Parlino from your desktop session");
+        return false;
+    }
+    if (!isRunning(bus) && !startApp(bus)) {
+        *error = QStringLiteral("could not start Parlino");
+        return false;
+    }
+    QDBusMessage message = QDBusMessage::createMethodCall(DBusApplicationService::serviceName, objectPath,
+                                                          interfaceName, QStringLiteral("CreatePodcast"));
+    message.setArguments({text, type});
+    message.setAutoStartService(false);
+    const QDBusMessage reply = bus.call(message, QDBus::Block, kPodcastTimeoutMs);
+    if (reply.type() == QDBusMessage::ErrorMessage) {
+        *error = reply.errorMessage();
+        return false;
+    }
+    *title = reply.arguments().value(0).toString();
+    return true;
 }
 
 } // namespace parlino

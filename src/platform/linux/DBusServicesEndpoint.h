@@ -2,7 +2,9 @@
 
 #include <QDBusConnection>
 #include <QDBusContext>
+#include <QDBusMessage>
 #include <QObject>
+#include <qcoro/qcorotask.h>
 
 #include <functional>
 
@@ -10,7 +12,8 @@ namespace parlino {
 
 // The desktop's way into the read-aloud flows: com.parlino.Services on /com/parlino/Services of the
 // running instance, with ReadAloud(s) and ReadSummary(s). A call with no text answers the D-Bus error
-// "No text selected". Desktop shortcuts, file managers and `parlino --read-aloud` use it.
+// "No text selected". Desktop shortcuts, file managers and `parlino --read-aloud` use it. CreatePodcast(s text,
+// s type) answers when the podcast is made, with its title (`parlino podcast`).
 class DBusServicesEndpoint final : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.parlino.Services")
@@ -22,7 +25,12 @@ public:
     // Starts the flow for `method` ("ReadAloud" or "ReadSummary"); returns an error text or nothing.
     using Handler = std::function<QString(const QString &method, const QString &text)>;
 
+    // Makes a podcast of text in the style named type (empty: the user's choice) and gives its title; throws
+    // parlino::Error with the text the caller sees.
+    using PodcastHandler = std::function<QCoro::Task<QString>(QString text, QString type)>;
+
     explicit DBusServicesEndpoint(Handler handler, QObject *parent = nullptr);
+    void setPodcastHandler(PodcastHandler handler) { m_podcastHandler = std::move(handler); }
 
     [[nodiscard]] bool registerOn(QDBusConnection bus);
 
@@ -32,15 +40,22 @@ public:
     // Like call(), but first starts this program in the background when no instance runs in the
     // session, and waits until it offers its services.
     static bool callStartingApp(const QString &method, const QString &text, QString *error);
+    // CreatePodcast on the running instance (started when none runs); waits until the podcast is made and
+    // sets `title`, else false with `error` set.
+    static bool createPodcastStartingApp(const QString &text, const QString &type, QString *title, QString *error);
 
 public Q_SLOTS:
     Q_SCRIPTABLE void ReadAloud(const QString &text);
     Q_SCRIPTABLE void ReadSummary(const QString &text);
+    Q_SCRIPTABLE QString CreatePodcast(const QString &text, const QString &type);
 
 private:
     void dispatch(const QString &method, const QString &text);
 
+    QCoro::Task<> answerPodcast(QDBusMessage call, QDBusConnection bus, QString text, QString type);
+
     Handler m_handler;
+    PodcastHandler m_podcastHandler;
 };
 
 } // namespace parlino
