@@ -167,7 +167,7 @@ QUuid SupabaseSyncEngine::queueEvent(SyncEventType type, const QJsonObject &payl
     updateQueuedEventsCount();
     PLOG(lcBackend) << "📥 Queued " << rawValue(type) << " event (" << rawValue(priority) << " priority)";
     if (priority == SyncPriority::high && isStarted())
-        performSync();
+        runExclusive(false);
     return event.id;
 }
 
@@ -183,24 +183,34 @@ bool SupabaseSyncEngine::containsEvent(const QUuid &id) const
 
 QCoro::Task<> SupabaseSyncEngine::performSync()
 {
+    return runExclusive(true);
+}
+
+QCoro::Task<> SupabaseSyncEngine::runExclusive(bool full)
+{
     if (m_passRunning) {
         // The running pass is followed by another, so nothing queued meanwhile waits for the next tick.
-        m_passRequested = true;
+        (full ? m_passRequested : m_highPassRequested) = true;
         co_return;
     }
     m_passRunning = true;
     const QPointer<SupabaseSyncEngine> self(this);
-    do {
+    bool nextFull = full;
+    for (;;) {
         m_passRequested = false;
-        QCoro::Task<> pass = runPass();
+        m_highPassRequested = false;
+        QCoro::Task<> pass = runPass(nextFull);
         co_await pass;
         if (!self)
             co_return;
-    } while (m_passRequested);
+        if (!m_passRequested && !m_highPassRequested)
+            break;
+        nextFull = m_passRequested;
+    }
     m_passRunning = false;
 }
 
-QCoro::Task<> SupabaseSyncEngine::runPass()
+QCoro::Task<> SupabaseSyncEngine::runPass(bool full)
 {
     if (!m_isOnline) {
         setSyncStatus(SyncStatus::offline());
@@ -219,6 +229,8 @@ QCoro::Task<> SupabaseSyncEngine::runPass()
     if (!self)
         co_return;
     for (const SyncPriority priority : {SyncPriority::medium, SyncPriority::low}) {
+        if (!full)
+            break;
         QCoro::Task<bool> batch = syncEventBatch(priority);
         co_await batch;
         if (!self)

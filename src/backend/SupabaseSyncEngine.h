@@ -85,7 +85,10 @@ Q_SIGNALS:
     void queuedEventsCountChanged(int count);
 
 private:
-    QCoro::Task<> runPass();
+    // One pass at a time: a pass asked for while one runs follows it. full: all three queues, else
+    // only the high one (an urgent event).
+    QCoro::Task<> runExclusive(bool full);
+    QCoro::Task<> runPass(bool full);
     // Sends up to 50 events of one queue (the high queue: all of it) in order.
     QCoro::Task<bool> syncEventBatch(SyncPriority priority);
     QCoro::Task<bool> syncHighPriorityEvents();
@@ -120,6 +123,7 @@ private:
     quint64 m_retryGeneration = 0; // a scheduled retry runs only if no newer one replaced it
     bool m_passRunning = false;
     bool m_passRequested = false;
+    bool m_highPassRequested = false;
 };
 
 } // namespace parlino

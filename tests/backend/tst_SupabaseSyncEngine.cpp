@@ -103,6 +103,12 @@ private Q_SLOTS:
         QCOMPARE(engine->queuedEventsCount(), 120);
         engine->start(SupabaseSyncEngine::NetworkMonitoring::manual);
         QCOMPARE(postedRequests(), 0); // nothing urgent: the first batch waits for the timer
+        // An urgent event goes at once, and alone.
+        engine->queueEvent(SyncEventType::ttsGeneration, usagePayload(1000), SyncPriority::high);
+        QTRY_COMPARE(engine->queue(SyncPriority::high).size(), 0);
+        QCOMPARE(usageRows(), 1);
+        QCOMPARE(engine->queue(SyncPriority::low).size(), 120);
+        m_server.execute(QStringLiteral("truncate public.usage_events"));
 
         LogCapture log;
         QList<int> arrived;
@@ -114,7 +120,7 @@ private Q_SLOTS:
         QCOMPARE(log.count(QStringLiteral("📤 Syncing batch of 50 low priority events")), 2);
         QVERIFY(log.contains(QStringLiteral("📤 Syncing batch of 20 low priority events")));
         QCOMPARE(engine->queuedEventsCount(), 0);
-        QCOMPARE(engine->statistics().totalEventsSynced, 120);
+        QCOMPARE(engine->statistics().totalEventsSynced, 121);
         QCOMPARE(engine->syncStatus(), SyncStatus::idle());
 
         QList<int> order;
