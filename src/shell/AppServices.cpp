@@ -11,6 +11,8 @@
 #include "backend/ModelAvailability.h"
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
+#include "backend/SupabaseService.h"
+#include "backend/SupabaseSyncEngine.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "core/Error.h"
@@ -165,6 +167,7 @@ AppState &AppServices::appState()
 {
     if (!m_appState) {
         m_appState = std::make_unique<AppState>(defaults());
+        m_appState->setSupabaseService(&supabase());
         if (m_speechSynthesizer)
             connectSpeechProgress();
     }
@@ -188,6 +191,33 @@ DesktopNotifier &AppServices::notifier()
             connectModelSwitches();
     }
     return *m_notifier;
+}
+
+SupabaseService &AppServices::supabase()
+{
+    if (!m_supabase)
+        m_supabase =
+            std::make_unique<SupabaseService>(SupabaseCredentials::fromEnvironment(), defaults(), Clock::system());
+    return *m_supabase;
+}
+
+SupabaseSyncEngine &AppServices::syncEngine()
+{
+    if (!m_syncEngine)
+        m_syncEngine = std::make_unique<SupabaseSyncEngine>(supabase(), defaults(), Clock::system());
+    return *m_syncEngine;
+}
+
+void AppServices::startSync()
+{
+    if (!supabase().isConfigured() || syncEngine().isStarted())
+        return;
+    syncEngine().start();
+    UsageTrackingService &usage = usageTracking();
+    AppState *state = &appState();
+    QObject::connect(&usage, &UsageTrackingService::usageSyncStatusChanged, state, &AppState::setUsageSyncStatus);
+    usage.setSyncEngine(syncEngine());
+    state->setUsageSyncStatus(usage.usageSyncStatus());
 }
 
 UsageTracker &AppServices::usageTracker()

@@ -32,6 +32,8 @@ class QtSaveFileDialog;
 class SavedAudioManager;
 class SavedAudioStorageService;
 class ServicesProvider;
+class SupabaseService;
+class SupabaseSyncEngine;
 class SpeechSynthesizer;
 class TTSCacheService;
 class TextCaptureService;
@@ -61,6 +63,13 @@ public:
     // The offline voice among the synthesizer's providers.
     OfflineSpeechProvider &offlineSpeech();
     OpenAIClient &openAIClient();
+    // The hosted database (SUPABASE_URL, SUPABASE_KEY from the environment; without them every call is
+    // a logged no-op) and the engine that sends events to it.
+    SupabaseService &supabase();
+    SupabaseSyncEngine &syncEngine();
+    // After start-up, and only with a configured database: starts the engine and hands the usage
+    // account's pending logs to it. Command-line runs never call it, so only the app sends.
+    void startSync();
 
     // Everything below needs the application object of a desktop session.
     AppState &appState();
@@ -95,6 +104,8 @@ private:
     std::unique_ptr<SpeechSynthesizer> m_speechSynthesizer;
     OfflineSpeechProvider *m_offlineSpeech = nullptr; // owned by m_speechSynthesizer
     std::unique_ptr<OpenAIClient> m_openAIClient;
+    std::unique_ptr<SupabaseService> m_supabase;
+    std::unique_ptr<SupabaseSyncEngine> m_syncEngine;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<UsageTracker> m_usageTracker;

@@ -155,6 +155,8 @@ int ParlinoApp::run(const LaunchRequest &request)
     // Announced shutdown dates for the settings window; asked after start-up, at most once a day.
     if (services.openAIConnection().apiKey())
         services.modelAvailability().start();
+    // Usage events for the hosted database, when one is configured; nothing waits for it.
+    services.startSync();
     handleRequest(request);
     return QApplication::exec();
 }
