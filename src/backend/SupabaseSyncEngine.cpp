@@ -163,6 +163,7 @@ QUuid SupabaseSyncEngine::queueEvent(SyncEventType type, const QJsonObject &payl
     queueRef(priority).append(event);
     saveQueue(priority);
     ++m_statistics.totalEventsQueued;
+    saveStatistics();
     Q_EMIT statisticsChanged();
     updateQueuedEventsCount();
     PLOG(lcBackend) << "📥 Queued " << rawValue(type) << " event (" << rawValue(priority) << " priority)";
