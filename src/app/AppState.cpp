@@ -1,5 +1,6 @@
 #include "app/AppState.h"
 
+#include "backend/SupabaseService.h"
 #include "core/Defaults.h"
 #include "core/Logging.h"
 #include "core/Paths.h"
@@ -8,6 +9,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QPointer>
 
 #include <algorithm>
 
@@ -101,6 +103,53 @@ void AppState::loadDefaultVoice()
     }
     setSelectedVoice(*voice);
     PLOG(lcApp) << "✅ Set selectedVoice to: " << identifier(*voice);
+}
+
+QCoro::Task<> AppState::syncVoicePreferenceFromSupabase()
+{
+    if (!m_userEmail || m_userEmail->isEmpty()) {
+        PLOG(lcApp) << "ℹ️ No email set, skipping voice preference sync";
+        co_return;
+    }
+    if (!m_supabase)
+        co_return;
+    const QString email = *m_userEmail;
+    SupabaseService &supabase = *m_supabase;
+    const QPointer<AppState> self(this);
+    PLOG(lcApp) << "🔄 Syncing voice preference from Supabase for: " << email;
+    QCoro::Task<std::optional<VoicePreference>> fetch = supabase.fetchVoicePreference(email);
+    const std::optional<VoicePreference> server = co_await fetch;
+    if (!self)
+        co_return;
+
+    if (!server) {
+        const std::optional<QString> local = m_defaults.stringForKey(SettingsKeys::defaultVoice);
+        const QStringList pieces = local ? local->split(u':', Qt::SkipEmptyParts) : QStringList();
+        if (pieces.size() != 2) {
+            PLOG(lcApp) << "ℹ️ No voice preference in Supabase or locally, using default";
+            co_return;
+        }
+        PLOG(lcApp) << "ℹ️ No server preference found, uploading local preference: " << *local;
+        QCoro::Task<bool> upload = supabase.updateVoicePreference(email, pieces[0], pieces[1]);
+        co_await upload;
+        co_return;
+    }
+
+    const QString preference = server->provider + u':' + server->voice;
+    PLOG(lcApp) << "✅ Applying voice preference from Supabase: " << preference;
+    if (server->provider != u"openai") {
+        PLOG(lcApp) << "⚠️ Non-OpenAI voice from server: " << preference;
+        PLOG(lcApp) << "   Only OpenAI voices supported for TTS, keeping current";
+        co_return;
+    }
+    const std::optional<TTSVoice> voice = ttsVoiceFromIdentifier(server->voice);
+    if (!voice) {
+        PLOG(lcApp) << "⚠️ Unknown OpenAI voice from server: " << server->voice << ", keeping current";
+        co_return;
+    }
+    setSelectedVoice(*voice);
+    m_defaults.set(SettingsKeys::defaultVoice, preference);
+    PLOG(lcApp) << "✅ Updated selectedVoice to: " << server->voice;
 }
 
 void AppState::loadDefaultPlaybackSpeed()

@@ -12,6 +12,7 @@
 #include <QObject>
 #include <QSizeF>
 #include <QString>
+#include <qcoro/qcorotask.h>
 
 #include <optional>
 
@@ -19,6 +20,7 @@ namespace parlino {
 
 class AudioPlayerManager;
 class Defaults;
+class SupabaseService;
 
 // The one observable state of the application: playback figures, progress flags and messages, the
 // user's voice and speed, the download folder and the linked account. Views observe the change
@@ -167,6 +169,13 @@ public:
     void clearAccount();
     void loadAccountState();
 
+    // The hosted database that the voice preference is reconciled with; without one the sync does nothing.
+    void setSupabaseService(SupabaseService *service) { m_supabase = service; }
+    // Reconciles the voice with the database for the linked e-mail: the server's preference wins and
+    // becomes the default voice; the local one is uploaded only when the server has none. Failures
+    // are the database client's log lines and leave the voice as it is.
+    QCoro::Task<> syncVoicePreferenceFromSupabase();
+
     // Download location: a folder path kept under "downloadLocationBookmark"; a folder that no longer
     // exists counts as a stale bookmark.
     void setDownloadLocation(const QString &folder);
@@ -225,6 +234,7 @@ private:
     void assignUserEmail(const std::optional<QString> &value);
 
     Defaults &m_defaults;
+    SupabaseService *m_supabase = nullptr;
 
     bool m_isPlaying{false};
     PlaybackSpeed m_currentSpeed{PlaybackSpeed::x1};

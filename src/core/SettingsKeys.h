@@ -48,6 +48,13 @@ inline const QString accountMonthCharacters = QStringLiteral("accountCurrentMont
 // The backend's device identifier; the older spelling "deviceId" is app data that a reset removes.
 inline const QString deviceID = QStringLiteral("deviceID");
 inline const QString legacyDeviceId = QStringLiteral("deviceId");
+// The device's app_users row as last fetched (JSON).
+inline const QString cachedUserProfile = QStringLiteral("cachedUserProfile");
+// The sync engine's three queues of events still to send and its counters (JSON).
+inline const QString syncHighPriorityQueue = QStringLiteral("syncEngine_highPriorityQueue");
+inline const QString syncMediumPriorityQueue = QStringLiteral("syncEngine_mediumPriorityQueue");
+inline const QString syncLowPriorityQueue = QStringLiteral("syncEngine_lowPriorityQueue");
+inline const QString syncStatistics = QStringLiteral("syncEngine_statistics");
 
 // The usage account: this month's speech requests, those not yet sent, the month's statistics (JSON).
 inline const QString usageLogs = QStringLiteral("ttsUsageLogs");

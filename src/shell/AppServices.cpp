@@ -22,6 +22,8 @@
 #include "backend/ModelAvailability.h"
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
+#include "backend/SupabaseService.h"
+#include "backend/SupabaseSyncEngine.h"
 #include "backend/WebBackend.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
@@ -197,6 +199,7 @@ AppState &AppServices::appState()
 {
     if (!m_appState) {
         m_appState = std::make_unique<AppState>(defaults());
+        m_appState->setSupabaseService(&supabase());
         if (m_speechSynthesizer)
             connectSpeechProgress();
     }
@@ -220,6 +223,33 @@ DesktopNotifier &AppServices::notifier()
             connectModelSwitches();
     }
     return *m_notifier;
+}
+
+SupabaseService &AppServices::supabase()
+{
+    if (!m_supabase)
+        m_supabase =
+            std::make_unique<SupabaseService>(SupabaseCredentials::fromEnvironment(), defaults(), Clock::system());
+    return *m_supabase;
+}
+
+SupabaseSyncEngine &AppServices::syncEngine()
+{
+    if (!m_syncEngine)
+        m_syncEngine = std::make_unique<SupabaseSyncEngine>(supabase(), defaults(), Clock::system());
+    return *m_syncEngine;
+}
+
+void AppServices::startSync()
+{
+    if (!supabase().isConfigured() || syncEngine().isStarted())
+        return;
+    syncEngine().start();
+    UsageTrackingService &usage = usageTracking();
+    AppState *state = &appState();
+    QObject::connect(&usage, &UsageTrackingService::usageSyncStatusChanged, state, &AppState::setUsageSyncStatus);
+    usage.setSyncEngine(syncEngine());
+    state->setUsageSyncStatus(usage.usageSyncStatus());
 }
 
 UsageTracker &AppServices::usageTracker()
@@ -274,10 +304,13 @@ AccountSyncService &AppServices::accountSync()
                              settings->set(SettingsKeys::accountMonthCharacters, characters);
                          });
         // The command line links without the desktop parts; the app's state follows when it exists.
-        if (m_appState)
+        if (m_appState) {
             QObject::connect(m_accountSync.get(), &AccountSyncService::syncStatusChanged, m_appState.get(),
                              &AppState::setAccountSyncStatus);
-        // voicePreferenceSyncRequested starts the voice-preference sync with the hosted database.
+            // A known account brings its voice from the hosted database, or gives it the local one.
+            QObject::connect(m_accountSync.get(), &AccountSyncService::voicePreferenceSyncRequested, m_appState.get(),
+                             [state = m_appState.get()] { state->syncVoicePreferenceFromSupabase(); });
+        }
     }
     return *m_accountSync;
 }

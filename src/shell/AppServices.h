@@ -47,6 +47,8 @@ class SavedAudioManager;
 class SavedAudioStorageService;
 class ServicesProvider;
 class SpeechRecognitionService;
+class SupabaseService;
+class SupabaseSyncEngine;
 class SpeechSynthesizer;
 class TTSCacheService;
 class TextCaptureService;
@@ -78,6 +80,13 @@ public:
     // The offline voice among the synthesizer's providers.
     OfflineSpeechProvider &offlineSpeech();
     OpenAIClient &openAIClient();
+    // The hosted database (SUPABASE_URL, SUPABASE_KEY from the environment; without them every call is
+    // a logged no-op) and the engine that sends events to it.
+    SupabaseService &supabase();
+    SupabaseSyncEngine &syncEngine();
+    // After start-up, and only with a configured database: starts the engine and hands the usage
+    // account's pending logs to it. Command-line runs never call it, so only the app sends.
+    void startSync();
 
     // The web backend: account linking and activity notices, over connections checked against the
     // certificate pins of pins.json (none: not pinned).
@@ -145,6 +154,8 @@ private:
     std::unique_ptr<CertificatePinningDelegate> m_webBackendPinning;
     std::unique_ptr<AccountSyncService> m_accountSync;
     std::unique_ptr<EmailNotificationService> m_emailNotifications;
+    std::unique_ptr<SupabaseService> m_supabase;
+    std::unique_ptr<SupabaseSyncEngine> m_syncEngine;
     std::unique_ptr<AppState> m_appState;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<UsageTracker> m_usageTracker;

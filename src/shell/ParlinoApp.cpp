@@ -245,6 +245,8 @@ int ParlinoApp::run(const LaunchRequest &request)
         if (services.openAIConnection().hasAPIKey())
             services.modelAvailability().start();
     });
+    // Usage events for the hosted database, when one is configured; nothing waits for it.
+    services.startSync();
     handleRequest(request);
     return QApplication::exec();
 }

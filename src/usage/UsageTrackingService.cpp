@@ -1,5 +1,6 @@
 #include "usage/UsageTrackingService.h"
 
+#include "backend/SupabaseSyncEngine.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
 #include "core/Logging.h"
@@ -46,6 +47,29 @@ void writeLogs(Defaults &defaults, const QString &key, const QList<TTSUsageLog> 
     for (const TTSUsageLog &log : logs)
         array.append(log.toJson());
     defaults.set(key, QJsonDocument(array).toJson(QJsonDocument::Compact));
+}
+
+// Podcasts and answered questions are their own kinds of event; every other reading is a speech generation.
+SyncEventType usageEventType(const TTSUsageLog &log)
+{
+    if (log.feature == u"podcast")
+        return SyncEventType::podcastGeneration;
+    if (log.feature == u"question" || log.feature == u"qa_interaction")
+        return SyncEventType::qaInteraction;
+    return SyncEventType::ttsGeneration;
+}
+
+// The members of a usage_events row that the log decides; cents are rounded to whole cents.
+QJsonObject usageEventPayload(const TTSUsageLog &log)
+{
+    QJsonObject payload{{QStringLiteral("event_type"), rawValue(usageEventType(log))},
+                        {QStringLiteral("provider"), log.provider},
+                        {QStringLiteral("voice_tier"), log.voiceTier},
+                        {QStringLiteral("character_count"), log.characterCount},
+                        {QStringLiteral("cost_cents"), qRound64(log.costCents())}};
+    if (!log.feature.isEmpty())
+        payload.insert(QStringLiteral("feature"), log.feature);
+    return payload;
 }
 
 } // namespace
@@ -134,6 +158,41 @@ void UsageTrackingService::addUsageLog(const TTSUsageLog &log, UsageEventType ev
     savePendingLogs();
     setCurrentMonthCharacters(total);
     updateMonthlyStats(log, eventType);
+    if (m_syncEngine)
+        handOverPendingLogs();
+}
+
+void UsageTrackingService::setSyncEngine(SupabaseSyncEngine &engine)
+{
+    m_syncEngine = &engine;
+    observeSyncEngineStatus();
+    handOverPendingLogs();
+}
+
+void UsageTrackingService::observeSyncEngineStatus()
+{
+    const auto mirror = [this](const SyncStatus &status) {
+        if (m_usageSyncStatus == status.text())
+            return;
+        m_usageSyncStatus = status.text();
+        Q_EMIT usageSyncStatusChanged(m_usageSyncStatus);
+    };
+    connect(m_syncEngine, &SupabaseSyncEngine::syncStatusChanged, this, mirror);
+    mirror(m_syncEngine->syncStatus());
+}
+
+void UsageTrackingService::handOverPendingLogs()
+{
+    if (m_pendingLogs.isEmpty())
+        return;
+    QList<QUuid> handedOver;
+    for (const TTSUsageLog &log : std::as_const(m_pendingLogs)) {
+        // The engine stores its queue before it returns, so the log can leave the pending list now.
+        m_syncEngine->queueEvent(usageEventType(log), usageEventPayload(log), SyncPriority::high, log.id);
+        handedOver.append(log.id);
+    }
+    removePendingLogs(handedOver);
+    PLOG(lcUsage) << "📤 Handed " << handedOver.size() << " usage logs to the sync engine";
 }
 
 void UsageTrackingService::updateMonthlyStats(const TTSUsageLog &log, UsageEventType eventType)

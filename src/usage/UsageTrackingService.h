@@ -11,6 +11,7 @@ namespace parlino {
 
 class Clock;
 class Defaults;
+class SupabaseSyncEngine;
 
 // The local account of what the user has had synthesised: one log per speech request, the current
 // calendar month's statistics with their breakdowns, and the logs not yet handed to the hosted
@@ -20,6 +21,7 @@ class Defaults;
 class UsageTrackingService final : public QObject {
     Q_OBJECT
     Q_PROPERTY(qint64 currentMonthCharacters READ currentMonthCharacters NOTIFY currentMonthCharactersChanged)
+    Q_PROPERTY(QString usageSyncStatus READ usageSyncStatus NOTIFY usageSyncStatusChanged)
 
 public:
     // Reads the stored account at once (absent or unreadable values start empty, with one log line
@@ -49,9 +51,18 @@ public:
     // Forgets pending logs that have been handed on (by id).
     void removePendingLogs(const QList<QUuid> &ids);
 
+    // From now on pending logs go to the engine as usage events: those waiting now at once, every new
+    // one as it is recorded. A log leaves the pending list only once the engine has stored it in its
+    // queue, and it keeps its id there, so a hand-over repeated after a crash queues nothing twice.
+    // Also mirrors the engine's status into usageSyncStatus.
+    void setSyncEngine(SupabaseSyncEngine &engine);
+    // The engine's status as text ("idle", "syncing", "retrying in 8s", ...); "idle" without an engine.
+    [[nodiscard]] const QString &usageSyncStatus() const { return m_usageSyncStatus; }
+
 Q_SIGNALS:
     void currentMonthCharactersChanged(qint64 characters);
     void monthlyStatsChanged();
+    void usageSyncStatusChanged(const QString &status);
 
 private:
     void loadLocalData();
@@ -59,6 +70,8 @@ private:
     void saveLogs();
     void savePendingLogs();
     void setCurrentMonthCharacters(qint64 characters);
+    void handOverPendingLogs();
+    void observeSyncEngineStatus();
 
     Defaults &m_defaults;
     Clock &m_clock;
@@ -66,6 +79,8 @@ private:
     qint64 m_currentMonthCharacters = 0;
     QList<TTSUsageLog> m_usageLogs;
     QList<TTSUsageLog> m_pendingLogs;
+    SupabaseSyncEngine *m_syncEngine = nullptr;
+    QString m_usageSyncStatus = QStringLiteral("idle");
 };
 
 } // namespace parlino

@@ -1,9 +1,15 @@
+#include "AwaitTask.h"
 #include "LogCapture.h"
+#include "ManualClock.h"
+#include "PostgrestTestServer.h"
 #include "TestEnvironment.h"
 #include "app/AppState.h"
+#include "backend/SupabaseService.h"
 #include "core/Defaults.h"
 
 #include <QDir>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -123,6 +129,77 @@ private Q_SLOTS:
         QVERIFY(!relaunched.userEmail().has_value());
         QVERIFY(!m_defaults->contains(QStringLiteral("userEmail")));
         QVERIFY(!AppState(*m_defaults).isAccountLinked());
+    }
+
+    // Against a real PostgreSQL behind the local PostgREST stand-in: the server's voice wins and is
+    // kept, the local one is uploaded only when the server has none, unusable server voices change nothing.
+    void voicePreferenceSyncBothWays()
+    {
+        test::PostgrestTestServer server;
+        QVERIFY2(server.isReady(), qPrintable(server.failure()));
+        server.execute(
+            QStringLiteral("insert into public.app_users (device_id, email) values ('D1', 'ada@example.org')"));
+        ManualClock clock;
+        SupabaseService supabase({server.baseUrl(), test::PostgrestTestServer::apiKey}, *m_defaults, clock);
+        const auto storedPreference = [&server]() -> QString {
+            const QJsonObject row =
+                server.rows(QStringLiteral("select preferred_provider, preferred_voice from public.app_users"))[0]
+                    .toObject();
+            return row.value(QStringLiteral("preferred_provider")).toString() + u':'
+                   + row.value(QStringLiteral("preferred_voice")).toString();
+        };
+        test::LogCapture log;
+
+        // No e-mail: nothing is asked.
+        AppState unlinked(*m_defaults);
+        unlinked.setSupabaseService(&supabase);
+        QVERIFY(test::awaitTask(unlinked.syncVoicePreferenceFromSupabase()).finished);
+        QVERIFY(log.contains(QStringLiteral("ℹ️ No email set, skipping voice preference sync")));
+        QVERIFY(server.requests().isEmpty());
+
+        // Neither side has one.
+        m_defaults->set(QStringLiteral("userEmail"), QStringLiteral("ada@example.org"));
+        AppState state(*m_defaults);
+        state.setSupabaseService(&supabase);
+        QVERIFY(test::awaitTask(state.syncVoicePreferenceFromSupabase()).finished);
+        QVERIFY(log.contains(QStringLiteral("ℹ️ No voice preference in Supabase or locally, using default")));
+        QCOMPARE(server.requests().size(), 1);
+
+        // Only the local one: it is uploaded.
+        state.saveDefaultVoice(TTSVoice::fable);
+        QVERIFY(test::awaitTask(state.syncVoicePreferenceFromSupabase()).finished);
+        QVERIFY(log.contains(
+            QStringLiteral("ℹ️ No server preference found, uploading local preference: openai:fable")));
+        QCOMPARE(storedPreference(), QStringLiteral("openai:fable"));
+
+        // The server's one wins and becomes the default voice.
+        server.execute(QStringLiteral("update public.app_users set preferred_voice = 'shimmer'"));
+        QSignalSpy voiceChanged(&state, &AppState::selectedVoiceChanged);
+        QVERIFY(test::awaitTask(state.syncVoicePreferenceFromSupabase()).finished);
+        QCOMPARE(state.selectedVoice(), TTSVoice::shimmer);
+        QCOMPARE(voiceChanged.count(), 1);
+        QCOMPARE(m_defaults->stringForKey(QStringLiteral("defaultVoice")), QStringLiteral("openai:shimmer"));
+        QVERIFY(log.containsInOrder({QStringLiteral("✅ Applying voice preference from Supabase: openai:shimmer"),
+                                     QStringLiteral("✅ Updated selectedVoice to: shimmer")}));
+        QCOMPARE(storedPreference(), QStringLiteral("openai:shimmer"));
+
+        // Another provider or an unknown voice keeps the current one, here and on the server.
+        server.execute(QStringLiteral("update public.app_users set preferred_provider = 'elevenlabs'"));
+        QVERIFY(test::awaitTask(state.syncVoicePreferenceFromSupabase()).finished);
+        QVERIFY(log.contains(QStringLiteral("⚠️ Non-OpenAI voice from server: elevenlabs:shimmer")));
+        server.execute(
+            QStringLiteral("update public.app_users set preferred_provider = 'openai', preferred_voice = 'Nova'"));
+        QVERIFY(test::awaitTask(state.syncVoicePreferenceFromSupabase()).finished);
+        QVERIFY(log.contains(QStringLiteral("⚠️ Unknown OpenAI voice from server: Nova, keeping current")));
+        QCOMPARE(state.selectedVoice(), TTSVoice::shimmer);
+        QCOMPARE(m_defaults->stringForKey(QStringLiteral("defaultVoice")), QStringLiteral("openai:shimmer"));
+        QCOMPARE(storedPreference(), QStringLiteral("openai:Nova"));
+
+        // An unreachable database leaves everything as it was.
+        server.setFailureStatus(503);
+        QVERIFY(test::awaitTask(state.syncVoicePreferenceFromSupabase()).finished);
+        QCOMPARE(state.selectedVoice(), TTSVoice::shimmer);
+        QCOMPARE(storedPreference(), QStringLiteral("openai:Nova"));
     }
 
     void downloadLocation()

@@ -1,10 +1,16 @@
 #include "LogCapture.h"
 #include "ManualClock.h"
+#include "PostgrestTestServer.h"
 #include "TestEnvironment.h"
+#include "backend/SupabaseService.h"
+#include "backend/SupabaseSyncEngine.h"
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
 #include "usage/UsageTrackingService.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimeZone>
@@ -124,6 +130,82 @@ private Q_SLOTS:
         // A restart later in December finds December's figures.
         m_clock.setNow(at(2026, 12, 9));
         QCOMPARE(UsageTrackingService(m_defaults, m_clock).currentMonthCharacters(), 500);
+    }
+
+    // Against a real PostgreSQL behind the local PostgREST stand-in: each pending log becomes one
+    // usage_events row, never two, across a repeated hand-over and a restart.
+    void pendingLogsBecomeOneUsageRowEach()
+    {
+        test::PostgrestTestServer server;
+        QVERIFY2(server.isReady(), qPrintable(server.failure()));
+        const TTSUsageLog earlier = logOf(at(2026, 11, 19), 1200);
+        const TTSUsageLog podcast =
+            logOf(at(2026, 11, 19), 3000, QStringLiteral("openai-speech"), QStringLiteral("podcast"));
+        {
+            UsageTrackingService usage(m_defaults, m_clock);
+            usage.addUsageLog(earlier);
+            usage.addUsageLog(podcast, UsageEventType::podcast);
+        }
+        const QByteArray pendingBefore = m_defaults.dataForKey(SettingsKeys::pendingUsageLogs);
+
+        SupabaseService supabase({server.baseUrl(), test::PostgrestTestServer::apiKey}, m_defaults, m_clock);
+        {
+            // Handed over at once, into the engine's stored queue, with the logs' ids.
+            UsageTrackingService usage(m_defaults, m_clock);
+            SupabaseSyncEngine engine(supabase, m_defaults, m_clock);
+            usage.setSyncEngine(engine);
+            QVERIFY(usage.pendingLogs().isEmpty());
+            const QList<SyncEvent> &queued = engine.queue(SyncPriority::high);
+            QCOMPARE(queued.size(), 2);
+            QCOMPARE(queued[0].id, earlier.id);
+            QCOMPARE(queued[1].eventType, SyncEventType::podcastGeneration);
+            QCOMPARE(queued[1].payload.value(QStringLiteral("cost_cents")).toInt(), 5); // 4.5 cents, rounded
+        }
+        {
+            // A hand-over repeated after a crash between the two writes queues nothing twice.
+            m_defaults.set(SettingsKeys::pendingUsageLogs, pendingBefore);
+            UsageTrackingService usage(m_defaults, m_clock);
+            SupabaseSyncEngine engine(supabase, m_defaults, m_clock);
+            usage.setSyncEngine(engine);
+            QCOMPARE(engine.queuedEventsCount(), 2);
+            QVERIFY(usage.pendingLogs().isEmpty());
+        }
+
+        UsageTrackingService usage(m_defaults, m_clock);
+        SupabaseSyncEngine engine(supabase, m_defaults, m_clock);
+        usage.setSyncEngine(engine);
+        QSignalSpy status(&usage, &UsageTrackingService::usageSyncStatusChanged);
+        engine.start(SupabaseSyncEngine::NetworkMonitoring::manual);
+        QTRY_COMPARE(server.rowCount(QStringLiteral("usage_events")), 2);
+        QTRY_COMPARE(usage.usageSyncStatus(), QStringLiteral("idle"));
+        QVERIFY(status.count() >= 2); // syncing, then idle
+
+        // A reading recorded now leaves at once, as one row with exactly the event's members.
+        m_clock.setNow(QDateTime(QDate(2026, 11, 20), QTime(12, 0, 1, 500), QTimeZone::utc()));
+        usage.addUsageLog(logOf(m_clock.now(), 640));
+        QVERIFY(usage.pendingLogs().isEmpty());
+        QTRY_COMPARE(server.rowCount(QStringLiteral("usage_events")), 3);
+        QTRY_COMPARE(engine.queuedEventsCount(), 0);
+        const QJsonObject row =
+            server.rows(QStringLiteral("select * from public.usage_events order by id desc limit 1"))[0].toObject();
+        QCOMPARE(row.value(QStringLiteral("device_id")).toString(), supabase.deviceID());
+        QCOMPARE(row.value(QStringLiteral("event_type")).toString(), QStringLiteral("tts_generation"));
+        QCOMPARE(row.value(QStringLiteral("provider")).toString(), QStringLiteral("openai-speech"));
+        QCOMPARE(row.value(QStringLiteral("voice_tier")).toString(), QStringLiteral("standard"));
+        QCOMPARE(row.value(QStringLiteral("character_count")).toInt(), 640);
+        QCOMPARE(row.value(QStringLiteral("cost_cents")).toInt(), 1); // 0.96 cents, rounded
+        QCOMPARE(row.value(QStringLiteral("platform")).toString(), QStringLiteral("linux"));
+        QCOMPARE(QDateTime::fromString(row.value(QStringLiteral("created_at")).toString(), Qt::ISODateWithMs),
+                 m_clock.now());
+        QCOMPARE(row.value(QStringLiteral("feature")).toString(), QStringLiteral("read_aloud"));
+        QCOMPARE(QJsonDocument::fromJson(server.requests().last().body).object().size(), 9);
+
+        // A restart finds nothing left to hand over or send.
+        UsageTrackingService restarted(m_defaults, m_clock);
+        SupabaseSyncEngine again(supabase, m_defaults, m_clock);
+        restarted.setSyncEngine(again);
+        QCOMPARE(again.queuedEventsCount(), 0);
+        QCOMPARE(server.rowCount(QStringLiteral("usage_events")), 3);
     }
 
     void unreadableStoredDataStartsEmpty()
