@@ -5,6 +5,7 @@
 #include "ai/SpeechRecognitionService.h"
 #include "app/AppState.h"
 #include "app/QuestionAlerts.h"
+#include "app/SpeechUsage.h"
 #include "core/Clock.h"
 #include "core/Error.h"
 #include "core/Logging.h"
@@ -272,16 +273,7 @@ void AIQuestionService::recordUsage(const QString &question, const QString &answ
     if (!m_usage)
         return;
     const TTSVoice voice = m_state.selectedVoice();
-    TTSUsageLog log;
-    log.timestamp = QDateTime::currentDateTimeUtc();
-    log.provider = m_client.speechProviderName();
-    log.modelName = m_client.speechModelName();
-    log.voiceName = m_client.speechCacheVoice(voice);
-    log.voiceTier = log.provider == u"offline" ? QStringLiteral("offline") : QStringLiteral("standard");
-    log.characterCount = characterCount(answer);
-    log.costPerKChars = speechCentsPerThousandCharacters(log.modelName);
-    log.feature = QStringLiteral("question");
-    log.requestSource = QStringLiteral("question");
+    TTSUsageLog log = speechUsageLog(m_client, answer, voice, QStringLiteral("question"), QStringLiteral("question"));
     log.daysInPeriod = m_usage->getDaysInCurrentPeriod();
     log.metadata =
         QMap<QString, QString>{{QStringLiteral("question_length"), QString::number(characterCount(question))},

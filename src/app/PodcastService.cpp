@@ -2,11 +2,13 @@
 
 #include "ai/OpenAIClient.h"
 #include "app/AppState.h"
+#include "app/SpeechUsage.h"
 #include "core/Clock.h"
 #include "core/Logging.h"
 #include "library/PodcastManager.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
+#include "usage/UsageTrackingService.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -54,8 +56,11 @@ QCoro::Task<Podcast> PodcastService::generatePodcast(QString text, PodcastType t
     m_state.setPodcastGenerationProgress(QStringLiteral("Generating audio..."));
     PLOG(lcAi) << "🎤 Step 3: Converting to speech...";
     // Always spoken at the normal speed: the listener's speed applies when it plays.
-    QCoro::Task<QString> speaking = m_client.generateSpeech(script, m_state.selectedVoice(), 1.0);
+    const TTSVoice voice = m_state.selectedVoice();
+    const auto speechStarted = m_clock.now();
+    QCoro::Task<QString> speaking = m_client.generateSpeech(script, voice, 1.0);
     const QString audioPath = co_await speaking;
+    const qint64 generationMs = speechStarted.msecsTo(m_clock.now());
     // The synthesis output is the caller's to remove unless the cache holds it.
     const bool ownAudio = !m_client.speech().cacheService().ownsFile(audioPath);
 
@@ -87,6 +92,15 @@ QCoro::Task<Podcast> PodcastService::generatePodcast(QString text, PodcastType t
     if (ownAudio)
         QFile::remove(audioPath);
 
+    if (m_usage) {
+        TTSUsageLog log = speechUsageLog(m_client, script, voice, QStringLiteral("podcast"), QStringLiteral("podcast"));
+        log.generationDurationMs = generationMs;
+        log.audioDurationMs = static_cast<qint64>(stored.duration * 1000);
+        log.daysInPeriod = m_usage->getDaysInCurrentPeriod();
+        m_usage->addUsageLog(log, UsageEventType::podcast);
+        PLOG(lcUsage) << "📊 Tracked podcast: " << log.characterCount << " chars | Provider: " << log.provider
+                      << " | Model: " << log.modelName << " | Voice: " << log.voiceName;
+    }
     m_state.setPodcastGenerationProgress(QStringLiteral("Complete!"));
     if (m_activityNotice)
         m_activityNotice();

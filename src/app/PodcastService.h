@@ -11,6 +11,7 @@
 
 namespace parlino {
 
+class UsageTrackingService;
 class AppState;
 class Clock;
 class OpenAIClient;
@@ -31,6 +32,8 @@ public:
                    Clock &clock, QObject *parent = nullptr);
 
     QCoro::Task<Podcast> generatePodcast(QString text, PodcastType type);
+    // Every podcast's speech is logged in this usage account (its characters, provider and cost).
+    void enableUsageTracking(UsageTrackingService &usage) { m_usage = &usage; }
     // Called after every podcast that was stored (the linked account's activity notice).
     void enableActivityNotices(std::function<void()> notice) { m_activityNotice = std::move(notice); }
 
@@ -41,6 +44,7 @@ private:
     DurationFunction m_duration;
     Clock &m_clock;
     std::function<void()> m_activityNotice;
+    UsageTrackingService *m_usage = nullptr;
 };
 
 } // namespace parlino

@@ -2,6 +2,7 @@
 
 #include "ai/OpenAIClient.h"
 #include "app/AppState.h"
+#include "app/SpeechUsage.h"
 #include "app/UserNotifier.h"
 #include "core/Error.h"
 #include "core/Logging.h"
@@ -284,18 +285,11 @@ void ServicesProvider::recordUsage(Flow flow, const QString &spoken, TTSVoice vo
 {
     if (!m_usage)
         return;
-    TTSUsageLog log;
-    log.timestamp = QDateTime::currentDateTimeUtc();
-    log.provider = m_client.speechProviderName();
-    log.modelName = m_client.speechModelName();
-    log.voiceName = m_client.speechCacheVoice(voice);
-    log.voiceTier = log.provider == u"offline" ? QStringLiteral("offline") : QStringLiteral("standard");
-    log.characterCount = characterCount(spoken);
-    log.costPerKChars = speechCentsPerThousandCharacters(log.modelName);
-    log.feature = flow == Flow::readSummary     ? QStringLiteral("read_summary")
-                  : flow == Flow::createPodcast ? QStringLiteral("podcast")
-                                                : QStringLiteral("read_aloud");
-    log.requestSource = QStringLiteral("unknown");
+    TTSUsageLog log = speechUsageLog(m_client, spoken, voice,
+                                     flow == Flow::readSummary     ? QStringLiteral("read_summary")
+                                     : flow == Flow::createPodcast ? QStringLiteral("podcast")
+                                                                   : QStringLiteral("read_aloud"),
+                                     QStringLiteral("unknown"));
     log.generationDurationMs = figures.generationMs;
     log.timeToFirstByteMs = figures.firstAudioMs;
     if (figures.audioSeconds)

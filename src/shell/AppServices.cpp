@@ -464,6 +464,7 @@ PodcastService &AppServices::podcastService()
         m_podcastService =
             std::make_unique<PodcastService>(openAIClient(), podcasts(), appState(), &measureMp3, Clock::system());
         m_podcastService->enableActivityNotices([this] { noticeUsageActivity(); });
+        m_podcastService->enableUsageTracking(usageTracking());
     }
     return *m_podcastService;
 }

@@ -17,6 +17,7 @@
 #include "speech/SpeechEndpointProvider.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
+#include "usage/UsageTrackingService.h"
 
 #include <QDir>
 #include <QFile>
@@ -60,6 +61,7 @@ private:
     QList<Podcast> m_played;
     PodcastManager m_podcasts{m_storage, [this](const Podcast &podcast) { m_played.append(podcast); }};
     PodcastService m_service{m_client, m_podcasts, m_state, measuredSeconds, m_clock};
+    UsageTrackingService m_usage{m_defaults, m_clock};
     QStringList m_progress;
     int m_activityNotices = 0;
 };
@@ -69,6 +71,7 @@ void PodcastServiceTest::initTestCase()
     connect(&m_state, &AppState::podcastGenerationProgressChanged, this,
             [this] { m_progress.append(m_state.podcastGenerationProgress()); });
     m_service.enableActivityNotices([this] { ++m_activityNotices; });
+    m_service.enableUsageTracking(m_usage);
 }
 
 void PodcastServiceTest::init()
@@ -115,6 +118,14 @@ void PodcastServiceTest::aGeneratedPodcastIsSpokenStoredAndPlayed()
     QCOMPARE(m_podcasts.savedPodcasts(), QList<Podcast>{podcast});
     QCOMPARE(m_played, QList<Podcast>{podcast});
     QCOMPARE(m_activityNotices, 1);
+    // Counted once, as a podcast, with the script's characters and the voice that read it.
+    QCOMPARE(m_usage.usageLogs().size(), 1);
+    QCOMPARE(m_usage.monthlyStats().podcastCount, 1);
+    const TTSUsageLog &logged = m_usage.usageLogs().first();
+    QCOMPARE(logged.characterCount, metadataAnswer.size());
+    QCOMPARE(logged.voiceName, QStringLiteral("nova"));
+    QCOMPARE(logged.feature, QStringLiteral("podcast"));
+    QCOMPARE(logged.audioDurationMs, static_cast<qint64>(podcast.duration * 1000));
     QVERIFY(log.containsInOrder({u"🎙️ Starting podcast generation..."_qs, u"   - Type: Deep Dive"_qs,
                                  u"📝 Step 1: Generating podcast script..."_qs, u"📋 Step 2: Generating metadata..."_qs,
                                  u"🎤 Step 3: Converting to speech..."_qs, u"⏱️ Step 4: Calculating duration..."_qs,
@@ -136,6 +147,7 @@ void PodcastServiceTest::aFailedStepStoresAndPlaysNothing()
     QVERIFY(m_server.requests(QStringLiteral("/audio/speech")).isEmpty());
     QVERIFY(!m_progress.contains(QStringLiteral("Complete!")));
     QCOMPARE(m_activityNotices, 0);
+    QCOMPARE(m_usage.usageLogs().size(), 1); // only the podcast made before
 
     // Speech fails after a whole script and metadata (another voice, so the cache cannot answer).
     m_server.clearFailures();
