@@ -1,7 +1,9 @@
 #include "AppProcess.h"
 
 #include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QTest>
+#include <QTimer>
 
 namespace parlino::test {
 
@@ -71,8 +73,14 @@ int AppProcess::runToEnd(const QStringList &arguments, QString *output, std::chr
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
+    // This process's event loop keeps running meanwhile, so local servers of the test can answer the run.
+    QEventLoop loop;
+    QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
+    QTimer::singleShot(timeout, &loop, &QEventLoop::quit);
     process.start(executable(), arguments);
-    if (!process.waitForFinished(static_cast<int>(timeout.count()))) {
+    loop.exec();
+    if (process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished();
         return -1;

@@ -2,6 +2,7 @@
 #include "OpenAITestServer.h"
 #include "PostgrestTestServer.h"
 #include "TestEnvironment.h"
+#include "WebBackendTestServer.h"
 
 #include <QDir>
 #include <QFile>
@@ -31,6 +32,8 @@ private Q_SLOTS:
         qputenv("OPENAI_API_KEY", "sk-test");
         qputenv("SUPABASE_URL", m_database.baseUrl().toUtf8());
         qputenv("SUPABASE_KEY", PostgrestTestServer::apiKey.toUtf8());
+        qputenv("PARLINO_BACKEND_URL", m_backend.origin().toUtf8());
+        qputenv("API_KEY", WebBackendTestServer::apiKey());
     }
 
     void readAloudBecomesOneUsageRow()
@@ -68,7 +71,32 @@ private Q_SLOTS:
         QCOMPARE(m_database.requests().size(), 1);
     }
 
+    // Linking an account in the running app brings the voice the user chose elsewhere: the next reading is
+    // spoken by it.
+    void linkingAppliesTheAccountsVoice()
+    {
+        const QString email = QStringLiteral("listener@example.org");
+        m_backend.addCustomer(email, 1200);
+        m_database.execute(QStringLiteral("insert into public.app_users (device_id, email, preferred_provider, "
+                                          "preferred_voice) values ('another-device', '%1', 'openai', 'nova')")
+                               .arg(email));
+        AppProcess app;
+        QVERIFY(app.start());
+        QVERIFY(app.waitForLine(QStringLiteral("✅ Supabase Sync Engine initialized - Ready for real-time sync")));
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("account"), QStringLiteral("link"), email}), 0);
+        QVERIFY(app.waitForLine(QStringLiteral("✅ Applying voice preference from Supabase: openai:nova"),
+                                std::chrono::seconds(20)));
+
+        m_openAI.clearRequests();
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("--read-aloud"), QStringLiteral("Now in the account's voice.")}),
+                 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_openAI.requests(QStringLiteral("/audio/speech")).isEmpty(), 15000);
+        QCOMPARE(m_openAI.requests(QStringLiteral("/audio/speech")).first().json.value(u"voice").toString(),
+                 QStringLiteral("nova"));
+    }
+
 private:
+    WebBackendTestServer m_backend;
     TestEnvironment m_env;
     OpenAITestServer m_openAI;
     PostgrestTestServer m_database;
