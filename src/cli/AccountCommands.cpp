@@ -1,6 +1,7 @@
 #include "cli/AccountCommands.h"
 
 #include "backend/AccountSyncService.h"
+#include "cli/CommandText.h"
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
 
@@ -14,16 +15,7 @@ namespace parlino {
 
 namespace {
 
-constexpr int exitFailure = 1;
-constexpr int exitUsage = 2;
 const QString kUsage = QStringLiteral("Usage: parlino account link EMAIL | unlink | status");
-
-void printTo(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8() + '\n';
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-    std::fflush(stream);
-}
 
 // Runs the link to its end in a local event loop.
 AccountSyncService::LinkResult linkToEnd(AccountSyncService &accountSync, const QString &email)

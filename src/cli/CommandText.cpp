@@ -16,4 +16,11 @@ QString readCommandText(const QStringList &positional)
     return QString::fromUtf8(input.readAll());
 }
 
+void printTo(FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toUtf8() + '\n';
+    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
 } // namespace parlino

@@ -1,5 +1,6 @@
 #include "cli/LibraryCommands.h"
 
+#include "cli/CommandText.h"
 #include "library/LibraryError.h"
 #include "library/Podcast.h"
 #include "library/PodcastStorageService.h"
@@ -18,16 +19,7 @@ namespace parlino {
 
 namespace {
 
-constexpr int exitFailure = 1;
-constexpr int exitUsage = 2;
 const QString kUsage = QStringLiteral("Usage: parlino library list [--json]");
-
-void printTo(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8() + '\n';
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-    std::fflush(stream);
-}
 
 QString minutesAndSeconds(double seconds)
 {

@@ -21,16 +21,6 @@ namespace parlino {
 
 namespace {
 
-constexpr int exitFailure = 1;
-constexpr int exitUsage = 2;
-
-void printTo(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8() + '\n';
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-    std::fflush(stream);
-}
-
 int usageError(const QString &command, const QString &problem, const QString &usage)
 {
     printTo(stderr, QStringLiteral("parlino ") + command + QStringLiteral(": ") + problem);

@@ -1,5 +1,6 @@
 #include "cli/UsageCommands.h"
 
+#include "cli/CommandText.h"
 #include "usage/MonthlyUsageStats.h"
 #include "usage/SpeechPrices.h"
 #include "usage/UsageTrackingService.h"
@@ -12,15 +13,6 @@
 namespace parlino {
 
 namespace {
-
-constexpr int exitUsage = 2;
-
-void printTo(FILE *stream, const QString &text)
-{
-    const QByteArray bytes = text.toUtf8() + '\n';
-    std::fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
-    std::fflush(stream);
-}
 
 void printBreakdown(const QString &title, const QMap<QString, UsageBreakdown> &lines)
 {
