@@ -279,7 +279,8 @@ void ParlinoApp::showSettings()
         m_settings = new SettingsWindow(SettingsContext{
             m_services->appState(), m_services->defaults(), m_services->modelSettings(),
             m_services->modelAvailability(), &m_services->shortcutPreferences(), &m_services->autostart(),
-            &m_services->voicePreview(), [connection] { return connection->hasAPIKey(); }});
+            &m_services->voicePreview(), [connection] { return connection->hasAPIKey(); }, &m_services->accountSync(),
+            [services = m_services.get()] { services->reloadAccount(); }});
     }
     m_settings->show();
     m_settings->raise();

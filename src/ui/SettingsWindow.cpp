@@ -1,5 +1,6 @@
 #include "ui/SettingsWindow.h"
 
+#include "ui/SettingsAccountPage.h"
 #include "ui/SettingsGeneralPage.h"
 #include "ui/SettingsShortcutsPage.h"
 #include "ui/SettingsSpeechPage.h"
@@ -28,6 +29,10 @@ SettingsWindow::SettingsWindow(SettingsContext context, QWidget *parent)
     m_tabs->addTab(new SettingsSpeechPage(context, m_tabs), QStringLiteral("Speech"));
     if (context.shortcuts)
         m_tabs->addTab(new SettingsShortcutsPage(*context.shortcuts, m_tabs), QStringLiteral("Shortcuts"));
+    if (context.accountSync)
+        m_tabs->addTab(new SettingsAccountPage(context.state, context.defaults, *context.accountSync,
+                                               context.accountChanged, m_tabs),
+                       QStringLiteral("Account"));
     layout->addWidget(m_tabs);
 
     // Escape closes, as in any settings dialog; Ctrl+Tab moves between the pages (QTabWidget's own).

@@ -2,8 +2,10 @@
 #include "ManualClock.h"
 #include "OpenAITestServer.h"
 #include "TestEnvironment.h"
+#include "WebBackendTestServer.h"
 #include "app/AppState.h"
 #include "app/VoicePreview.h"
+#include "backend/AccountSyncService.h"
 #include "backend/ModelAvailability.h"
 #include "backend/ModelCatalogue.h"
 #include "backend/ModelSettings.h"
@@ -24,6 +26,7 @@
 #include <QFile>
 #include <QKeySequenceEdit>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSignalSpy>
@@ -70,7 +73,8 @@ private Q_SLOTS:
         ModelSettings models(m_defaults);
         OpenAIConnection connection(QStringLiteral("key"), m_server.baseUrlString());
         ModelAvailability availability(connection, m_clock, m_env.dataHome() + QStringLiteral("/availability.json"));
-        SettingsWindow window(SettingsContext{state, m_defaults, models, availability, nullptr, nullptr, nullptr, {}});
+        SettingsWindow window(
+            SettingsContext{state, m_defaults, models, availability, nullptr, nullptr, nullptr, {}, nullptr, {}});
         window.show();
         window.showPage(QStringLiteral("Speech"));
 
@@ -148,8 +152,16 @@ private Q_SLOTS:
         VoicePreview preview(openAI.speech, engine);
         AppearanceApplier appearance(state);
         const QColor systemWindow = QApplication::palette().window().color();
-        SettingsWindow window(SettingsContext{state, openAI.defaults, openAI.models, availability, &shortcuts,
-                                              &autostart, &preview, [] { return true; }});
+        SettingsWindow window(SettingsContext{state,
+                                              openAI.defaults,
+                                              openAI.models,
+                                              availability,
+                                              &shortcuts,
+                                              &autostart,
+                                              &preview,
+                                              [] { return true; },
+                                              nullptr,
+                                              {}});
         window.show();
 
         // Start at login: the desktop entry is written with the program quoted, and removed again.
@@ -209,6 +221,55 @@ private Q_SLOTS:
         control<QPushButton>(window, QStringLiteral("Reset every shortcut to its default"))->click();
         QCOMPARE(shortcuts.shortcuts(), KeyboardShortcutPreferences::defaultShortcuts());
         QCOMPARE(readAloud->keySequence(), QKeySequence(QStringLiteral("Meta+Shift+R")));
+    }
+
+    // The account page links through the web backend: a bad address is refused before any request, a
+    // known one is kept and the app is told, and unlinking forgets it.
+    void accountPageLinksAndUnlinks()
+    {
+        test::WebBackendTestServer backend;
+        backend.addCustomer(QStringLiteral("reader@example.org"), 4200);
+        qputenv("API_KEY", test::WebBackendTestServer::apiKey());
+        AccountSyncService accountSync(backend.origin());
+        AppState state(m_defaults);
+        ModelSettings models(m_defaults);
+        OpenAIConnection connection(QStringLiteral("key"), m_server.baseUrlString());
+        ModelAvailability availability(connection, m_clock, m_env.dataHome() + QStringLiteral("/availability.json"));
+        int reloads = 0;
+        SettingsWindow window(
+            SettingsContext{state, m_defaults, models, availability, nullptr, nullptr, nullptr, {}, &accountSync, [&] {
+                                ++reloads;
+                                state.loadAccountState();
+                            }});
+        window.show();
+        window.showPage(QStringLiteral("Account"));
+        auto *email = control<QLineEdit>(window, QStringLiteral("E-mail address of your account"));
+        auto *link = control<QPushButton>(window, QStringLiteral("Link this e-mail address"));
+        auto *unlink = control<QPushButton>(window, QStringLiteral("Unlink the account"));
+        auto *message = control<QLabel>(window, QStringLiteral("Account message"));
+        auto *status = control<QLabel>(window, QStringLiteral("Account status"));
+        QVERIFY(email && link && unlink && message && status);
+        QCOMPARE(status->text(), QStringLiteral("No account linked"));
+        QVERIFY(!unlink->isEnabled());
+
+        email->setText(QStringLiteral("reader@example"));
+        link->click();
+        QTRY_COMPARE(message->text(), QStringLiteral("Invalid email format"));
+        QVERIFY(backend.requests(QStringLiteral("/api/account/fetch")).isEmpty());
+        QCOMPARE(reloads, 0);
+
+        email->setText(QStringLiteral("reader@example.org"));
+        link->click();
+        QTRY_COMPARE_WITH_TIMEOUT(message->text(), QStringLiteral("Account linked successfully"), 10000);
+        QCOMPARE(m_defaults.stringForKey(SettingsKeys::userEmail), QStringLiteral("reader@example.org"));
+        QCOMPARE(reloads, 1);
+        QVERIFY(status->text().startsWith(QStringLiteral("reader@example.org — ")));
+        QVERIFY(unlink->isEnabled());
+
+        unlink->click();
+        QVERIFY(!m_defaults.contains(SettingsKeys::userEmail));
+        QCOMPARE(reloads, 2);
+        QCOMPARE(message->text(), QStringLiteral("Account unlinked: reader@example.org"));
     }
 };
 
