@@ -179,22 +179,31 @@ int ParlinoApp::run(const LaunchRequest &request)
     components.syncAccount = [&services](const QString &email) { services.syncAccount(email); };
     components.statusBar = [this, &services] {
         m_statusBar = new StatusBarController([this, &services](QWidget *popover) {
-            auto *view = new MenuPopoverView(services.appState(), popover);
-            connect(view, &MenuPopoverView::settingsRequested, this, [this, popover] {
-                popover->hide();
-                showSettings();
-            });
-            connect(view, &MenuPopoverView::dashboardRequested, this, [this, popover] {
-                popover->hide();
-                showDashboard();
-            });
+            auto *view =
+                new MenuPopoverView(services.appState(), &services.savedAudio(), &services.podcasts(), popover);
+            // The popover closes first, so a window it opens comes to the front and a selection is read from
+            // the application behind it.
+            const auto closing = [this, popover](std::function<void()> action) {
+                return [popover, action = std::move(action)] {
+                    popover->hide();
+                    action();
+                };
+            };
+            const auto hotKey = [&services](HotKeyID id) {
+                return [&services, id] { services.shortcutManager().handleHotKey(id); };
+            };
+            connect(view, &MenuPopoverView::settingsRequested, this, closing([this] { showSettings(); }));
+            connect(view, &MenuPopoverView::dashboardRequested, this, closing([this] { showDashboard(); }));
+            connect(view, &MenuPopoverView::libraryRequested, this,
+                    closing([this] { showLibrary(LibraryTab::savedAudio); }));
+            connect(view, &MenuPopoverView::readSelectionRequested, this, closing(hotKey(HotKeyID::readAloud)));
+            connect(view, &MenuPopoverView::readSummaryRequested, this, closing(hotKey(HotKeyID::readSummary)));
+            connect(view, &MenuPopoverView::podcastRequested, this, closing(hotKey(HotKeyID::generatePodcast)));
+            connect(view, &MenuPopoverView::recentItemPlayed, popover, &QWidget::hide);
             connect(view, &MenuPopoverView::quitRequested, qApp, &QCoreApplication::quit);
+            connect(view, &MenuPopoverView::playPauseRequested, this,
+                    [&services] { services.player().togglePlayPause(); });
             connect(view, &MenuPopoverView::stopRequested, this, [&services] { services.player().stop(false); });
-            connect(view, &MenuPopoverView::readSelectionRequested, this, [popover, &services] {
-                // The popover closes first so the selection is read from the application behind it.
-                popover->hide();
-                services.shortcutManager().handleHotKey(HotKeyID::readAloud);
-            });
             return view;
         });
         m_statusBar->setParent(this);

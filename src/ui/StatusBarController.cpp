@@ -18,7 +18,8 @@ namespace parlino {
 namespace {
 
 constexpr int kIconPoints = 18;
-constexpr QSize kPopoverSize(300, 400);
+// The width is fixed; the height follows the content (recent items, larger fonts).
+constexpr QSize kPopoverSize(320, 400);
 
 // Scaled to the tray's 18-point size, kept sharp on high-density screens.
 QIcon iconFrom(const QPixmap &pixmap)
@@ -163,7 +164,8 @@ void StatusBarController::setupPopover()
     m_popover = new QWidget(nullptr, Qt::Popup | Qt::FramelessWindowHint);
     m_popover->setObjectName(QStringLiteral("ParlinoPopover"));
     m_popover->setWindowTitle(QStringLiteral("Parlino"));
-    m_popover->setFixedSize(kPopoverSize);
+    m_popover->setFixedWidth(kPopoverSize.width());
+    m_popover->setMinimumHeight(kPopoverSize.height());
     auto *layout = new QVBoxLayout(m_popover);
     layout->setContentsMargins(0, 0, 0, 0);
     if (m_contentFactory) {
@@ -186,6 +188,7 @@ void StatusBarController::showPopover()
 {
     if (!m_popover)
         return;
+    m_popover->adjustSize();
     placePopover();
     m_popover->show();
     m_popover->raise();
