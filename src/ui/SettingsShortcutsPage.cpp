@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QKeySequenceEdit>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QVBoxLayout>
@@ -190,7 +191,11 @@ void SettingsShortcutsPage::refresh()
 {
     for (auto it = m_editors.cbegin(); it != m_editors.cend(); ++it) {
         const QSignalBlocker quiet(it.value());
-        it.value()->setKeySequence(toKeySequence(m_preferences.shortcuts().value(it.key())));
+        const KeyboardShortcut shortcut = m_preferences.shortcuts().value(it.key());
+        it.value()->setKeySequence(toKeySequence(shortcut));
+        // Qt calls the Super key "Meta"; the page uses the name Linux desktops show.
+        if (auto *text = it.value()->findChild<QLineEdit *>())
+            text->setText(shortcut.displayString());
     }
 }
 

@@ -221,6 +221,7 @@ private Q_SLOTS:
         control<QPushButton>(window, QStringLiteral("Reset every shortcut to its default"))->click();
         QCOMPARE(shortcuts.shortcuts(), KeyboardShortcutPreferences::defaultShortcuts());
         QCOMPARE(readAloud->keySequence(), QKeySequence(QStringLiteral("Meta+Shift+R")));
+        QCOMPARE(readAloud->findChild<QLineEdit *>()->text(), QStringLiteral("Super+Shift+R"));
     }
 
     // The account page links through the web backend: a bad address is refused before any request, a
