@@ -13,6 +13,8 @@
 #include <QVBoxLayout>
 #include <QWidget>
 
+#include <algorithm>
+
 namespace parlino {
 
 namespace {
@@ -188,7 +190,12 @@ void StatusBarController::showPopover()
 {
     if (!m_popover)
         return;
-    m_popover->adjustSize();
+    // As tall as the content wants (adjustSize would stop at two thirds of the screen, too little at large
+    // font sizes), but never taller than the screen.
+    const QScreen *screen = m_popover->screen();
+    const int available = screen ? screen->availableGeometry().height() : m_popover->sizeHint().height();
+    m_popover->resize(m_popover->width(),
+                      std::clamp(m_popover->sizeHint().height(), m_popover->minimumHeight(), available));
     placePopover();
     m_popover->show();
     m_popover->raise();
