@@ -14,6 +14,7 @@
 #include "usage/UsageTrackingService.h"
 
 #include <QElapsedTimer>
+#include <QLocale>
 #include <QTemporaryFile>
 #include <QUrl>
 
@@ -161,10 +162,25 @@ QCoro::Task<> ServicesProvider::processCreatePodcast(QString text)
     return runFlow(Flow::createPodcast, std::move(text));
 }
 
+QString ServicesProvider::checkLength(const QString &text)
+{
+    const qint64 limit = m_maxTextLength ? m_maxTextLength() : defaultMaxTextLength;
+    const QString refusal = tooLongToReadMessage(characterCount(text), limit);
+    if (!refusal.isEmpty()) {
+        PLOG(lcApp) << "❌ Text refused before any request: " << characterCount(text) << " characters over the limit of "
+                    << limit;
+        showError(refusal);
+    }
+    return refusal;
+}
+
 QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
 {
     const FlowTexts &texts = flowTexts(flow);
     PLOG(lcApp) << "🎯 process" << texts.name << " called with text length: " << text.size() << " characters";
+    // A huge text would be hundreds of paid requests: it is refused before the first one.
+    if (!checkLength(text).isEmpty())
+        co_return;
     beginFlow(text, texts.startMessage);
     m_state.setCurrentPlayingTitle(texts.titlePrefix + preview(text));
     const TTSVoice voice = m_state.selectedVoice();
@@ -334,6 +350,8 @@ QString ServicesProvider::readAloud(const QString &text)
         showError(kNoTextSelected);
         return kNoTextSelected;
     }
+    if (QString refusal = checkLength(text); !refusal.isEmpty())
+        return refusal;
     processReadAloud(text);
     return {};
 }
@@ -344,6 +362,8 @@ QString ServicesProvider::readSummary(const QString &text)
         showError(kNoTextSelected);
         return kNoTextSelected;
     }
+    if (QString refusal = checkLength(text); !refusal.isEmpty())
+        return refusal;
     processReadSummary(text);
     return {};
 }

@@ -45,13 +45,16 @@ public:
     void enableUsageTracking(UsageTrackingService &usage);
     // Called after every finished reading, summary and podcast (the linked account's activity notice).
     void enableActivityNotices(std::function<void()> notice);
+    // The longest text a flow accepts, asked at the start of each; a longer one is refused before any
+    // request. Without this call the default limit applies.
+    void setMaxTextLength(std::function<qint64()> maxLength) { m_maxTextLength = std::move(maxLength); }
 
     QCoro::Task<> processReadAloud(QString text);
     QCoro::Task<> processReadSummary(QString text);
     QCoro::Task<> processCreatePodcast(QString text);
 
     // The desktop entry points (D-Bus Services, command line): start a flow for the text, or return the
-    // error text "No text selected" when there is none.
+    // error text: "No text selected" when there is none, the length refusal when it is too long.
     [[nodiscard]] QString readAloud(const QString &text);
     [[nodiscard]] QString readSummary(const QString &text);
 
@@ -86,7 +89,11 @@ private:
     };
     void recordUsage(Flow flow, const QString &spoken, TTSVoice voice, const ReadingFigures &figures);
 
+    // The refusal (shown to the user) for a text over the limit; empty when it may be read.
+    [[nodiscard]] QString checkLength(const QString &text);
+
     AppState &m_state;
+    std::function<qint64()> m_maxTextLength;
     OpenAIClient &m_client;
     TTSCacheService &m_cache;
     PlayFunction m_play;

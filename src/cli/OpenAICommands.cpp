@@ -6,6 +6,7 @@
 #include "speech/OfflineSpeechProvider.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
+#include "speech/TextChunker.h"
 
 #include <QCommandLineParser>
 #include <QDateTime>
@@ -80,7 +81,8 @@ void deliver(const TTSCacheService &cache, const QString &generated, const QStri
 
 } // namespace
 
-int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offline, const QStringList &arguments)
+int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offline, const QStringList &arguments,
+                         qint64 maxTextLength)
 {
     const QString command = QStringLiteral("synthesize");
     const QString usage = QStringLiteral("[--provider openai-speech|openai-realtime|offline] "
@@ -124,6 +126,8 @@ int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offli
     const QString text = readCommandText(parser.positionalArguments());
     if (text.trimmed().isEmpty())
         return usageError(command, QStringLiteral("no text to read"), usage);
+    if (const QString refusal = tooLongToReadMessage(characterCount(text), maxTextLength); !refusal.isEmpty())
+        return usageError(command, refusal, usage);
     const QString destination =
         parser.isSet(outputOption) ? QFileInfo(parser.value(outputOption)).absoluteFilePath() : newOutputPath();
 
@@ -135,7 +139,7 @@ int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offli
     });
 }
 
-int runSummarizeCommand(OpenAIClient &client, const QStringList &arguments)
+int runSummarizeCommand(OpenAIClient &client, const QStringList &arguments, qint64 maxTextLength)
 {
     const QString command = QStringLiteral("summarize");
     const QString usage = QStringLiteral("[--length short|medium|long] [TEXT | -]");
@@ -152,6 +156,8 @@ int runSummarizeCommand(OpenAIClient &client, const QStringList &arguments)
     const QString text = readCommandText(parser.positionalArguments());
     if (text.trimmed().isEmpty())
         return usageError(command, QStringLiteral("no text to summarize"), usage);
+    if (const QString refusal = tooLongToReadMessage(characterCount(text), maxTextLength); !refusal.isEmpty())
+        return usageError(command, refusal, usage);
 
     return runToCompletion([&]() -> QCoro::Task<> {
         QCoro::Task<QString> summarizing = client.summarize(text, *length);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "speech/TextChunker.h"
+
 #include <QStringList>
 
 namespace parlino {
@@ -21,7 +23,10 @@ class SpeechSynthesizer;
 //   parlino summarize [--length short|medium|long] [TEXT | -]
 //     prints the summary.
 // Without TEXT, or with "-", the text is read from standard input.
-int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offline, const QStringList &arguments);
-int runSummarizeCommand(OpenAIClient &client, const QStringList &arguments);
+// maxTextLength: a longer text is refused (exit 2) before any request.
+int runSynthesizeCommand(SpeechSynthesizer &speech, OfflineSpeechProvider &offline, const QStringList &arguments,
+                         qint64 maxTextLength = defaultMaxTextLength);
+int runSummarizeCommand(OpenAIClient &client, const QStringList &arguments,
+                        qint64 maxTextLength = defaultMaxTextLength);
 
 } // namespace parlino

@@ -21,6 +21,8 @@ inline const QString downloadLocation = QStringLiteral("downloadLocationBookmark
 inline const QString streamSpeech = QStringLiteral("streamSpeech");
 // "light", "dark" or "system" (the desktop's own, when absent).
 inline const QString appearanceMode = QStringLiteral("appearanceMode");
+// The longest text Parlino reads, in characters (100 000 when absent or not a positive number).
+inline const QString maxTextLength = QStringLiteral("maxTextLength");
 inline const QString customKeyboardShortcuts = QStringLiteral("customKeyboardShortcuts");
 // Where a shortcuts value that could not be read is kept, so a bad edit loses nothing.
 inline const QString customKeyboardShortcutsUnreadable = QStringLiteral("customKeyboardShortcutsUnreadable");

@@ -51,6 +51,7 @@
 #include "speech/SpeechStream.h"
 #include "speech/SpeechSynthesizer.h"
 #include "speech/TTSCacheService.h"
+#include "speech/TextChunker.h"
 #include "ui/FloatingPlayerView.h"
 #include "ui/FloatingPlayerWindowController.h"
 #include "ui/MessageBoxPermissionDialogs.h"
@@ -99,6 +100,14 @@ AppServices::~AppServices() = default;
 Defaults &AppServices::defaults()
 {
     return Defaults::shared();
+}
+
+qint64 AppServices::maxTextLength()
+{
+    // Absent, unreadable, zero or negative values give the default.
+    bool valid = false;
+    const qint64 stored = defaults().value(SettingsKeys::maxTextLength).toLongLong(&valid);
+    return valid && stored > 0 ? stored : defaultMaxTextLength;
 }
 
 KeychainService &AppServices::keychain()
@@ -364,6 +373,7 @@ ServicesProvider &AppServices::servicesProvider()
             notifier());
         m_servicesProvider->enableUsageTracking(usageTracking());
         m_servicesProvider->enableActivityNotices([this] { noticeUsageActivity(); });
+        m_servicesProvider->setMaxTextLength([this] { return maxTextLength(); });
         Defaults *settings = &defaults();
         m_servicesProvider->enableStreaming(
             [audioPlayer](std::shared_ptr<SpeechStream> stream) { audioPlayer->playStream(std::move(stream)); },

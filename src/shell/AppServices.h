@@ -66,6 +66,8 @@ public:
     AppServices &operator=(const AppServices &) = delete;
 
     Defaults &defaults();
+    // The longest text Parlino reads ("maxTextLength", 100 000 characters unless set to a positive number).
+    [[nodiscard]] qint64 maxTextLength();
     KeychainService &keychain();
     // The OpenAI key entered in the app itself.
     const APIKeyFile &apiKeyFile();

@@ -96,8 +96,9 @@ int ParlinoApp::runSubcommand(const LaunchRequest &request)
         return runUsageCommand(usage, request.arguments);
     }
     if (request.command == u"synthesize")
-        return runSynthesizeCommand(services.speechSynthesizer(), services.offlineSpeech(), request.arguments);
-    return runSummarizeCommand(services.openAIClient(), request.arguments);
+        return runSynthesizeCommand(services.speechSynthesizer(), services.offlineSpeech(), request.arguments,
+                                    services.maxTextLength());
+    return runSummarizeCommand(services.openAIClient(), request.arguments, services.maxTextLength());
 }
 
 int ParlinoApp::runServiceRequest(const LaunchRequest &request)

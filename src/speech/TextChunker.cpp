@@ -1,5 +1,6 @@
 #include "speech/TextChunker.h"
 
+#include <QLocale>
 #include <QTextBoundaryFinder>
 
 namespace parlino {
@@ -158,6 +159,16 @@ QStringList splitIntoSpokenPieces(const QString &text, int targetSize)
     }
     flush();
     return pieces;
+}
+
+QString tooLongToReadMessage(qint64 length, qint64 limit)
+{
+    if (length <= limit)
+        return {};
+    const QLocale locale;
+    return QStringLiteral("This text is too long to read: %1 characters, and the limit is %2. Select a shorter part, "
+                          "or raise \"maxTextLength\" in the settings.")
+        .arg(locale.toString(length), locale.toString(limit));
 }
 
 } // namespace parlino

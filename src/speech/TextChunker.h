@@ -12,6 +12,12 @@ inline constexpr int maxChunkSize = 4000;
 // a family emoji is one.
 [[nodiscard]] int characterCount(const QString &text);
 
+// The longest text Parlino reads unless the settings say otherwise: a longer one would be hundreds of
+// paid requests, so it is refused before the first.
+inline constexpr qint64 defaultMaxTextLength = 100000;
+// The refusal for a text of `length` characters over `limit`, for the user; empty when it is within.
+[[nodiscard]] QString tooLongToReadMessage(qint64 length, qint64 limit);
+
 // The text goes to the speech endpoint as one request, unsplit.
 [[nodiscard]] inline bool fitsInOneChunk(const QString &text)
 {

@@ -228,6 +228,24 @@ private Q_SLOTS:
         QCOMPARE(summary.err, QStringLiteral("API Error (503): busy\n"));
     }
 
+    // A text over the limit is refused before anything is asked of OpenAI, and the limit is the caller's.
+    void tooLongTextsAreRefusedWithoutARequest()
+    {
+        m_server.clearRequests();
+        const QString text(60, u'a');
+        const auto refused = runCommand([&] { return runSynthesizeCommand(*m_speech, *m_offline, {text}, 50); });
+        QCOMPARE(refused.exitCode, 2);
+        QVERIFY2(
+            refused.err.contains(QStringLiteral("This text is too long to read: 60 characters, and the limit is 50.")),
+            qPrintable(refused.err));
+        const auto summary = runCommand([&] { return runSummarizeCommand(*m_client, {text}, 50); });
+        QCOMPARE(summary.exitCode, 2);
+        QVERIFY(m_server.requests().isEmpty());
+
+        const auto allowed = runCommand([&] { return runSummarizeCommand(*m_client, {text}, 60); });
+        QCOMPARE(allowed.exitCode, 0);
+    }
+
     void summarizePrintsTheSummary()
     {
         m_server.setChatContent(QStringLiteral("In short: it works."));

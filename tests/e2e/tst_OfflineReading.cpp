@@ -23,7 +23,8 @@ private Q_SLOTS:
         QDir().mkpath(QFileInfo(m_env.defaultsFile()).absolutePath());
         QFile defaults(m_env.defaultsFile());
         QVERIFY(defaults.open(QIODevice::WriteOnly));
-        defaults.write("[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\nofflineVoice=en-us\n");
+        defaults.write(
+            "[General]\nonboardingCompleted=true\nhasLaunchedBefore=true\nofflineVoice=en-us\nmaxTextLength=200\n");
         defaults.close();
         qunsetenv("OPENAI_API_KEY");
         qputenv("OPENAI_BASE_URL", m_server.baseUrlString().toUtf8());
@@ -46,6 +47,16 @@ private Q_SLOTS:
         // About three seconds of speech reach the sound server; OpenAI was never asked.
         QTRY_VERIFY_WITH_TIMEOUT(sound.loudSeconds() > 1.0, 15000);
         QVERIFY(m_server.requests().isEmpty());
+
+        // Over the settings' limit the read-aloud service refuses the text before reading anything.
+        QString output;
+        QCOMPARE(AppProcess::runToEnd({QStringLiteral("--read-aloud"), QString(250, u'x')}, &output), 1);
+        QVERIFY2(
+            output.contains(QStringLiteral("This text is too long to read: 250 characters, and the limit is 200.")),
+            qPrintable(output));
+        QVERIFY(
+            app.waitForLine(QStringLiteral("❌ Text refused before any request: 250 characters over the limit of 200")));
+        QCOMPARE(app.lines().filter(QStringLiteral("Offline voice en-us reads")).size(), 1);
     }
 
 private:
