@@ -37,7 +37,7 @@ PermissionManager::~PermissionManager()
 
 bool PermissionManager::queryAccessibility(const char *caller)
 {
-    logAccessibilityQuery(lcApp(), QLatin1String(caller), m_clock.now());
+    logAccessibilityQuery(QLatin1String(caller), m_clock.now());
     return m_probe.isAccessibilityEnabled();
 }
 

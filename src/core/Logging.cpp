@@ -10,6 +10,7 @@ Q_LOGGING_CATEGORY(lcLibrary, "parlino.library", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcUsage, "parlino.usage", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcUi, "parlino.ui", QtInfoMsg)
 Q_LOGGING_CATEGORY(lcPlatform, "parlino.platform", QtInfoMsg)
+Q_LOGGING_CATEGORY(lcDiagnostics, "parlino.diagnostics", QtWarningMsg)
 
 namespace parlino {
 

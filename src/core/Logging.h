@@ -15,6 +15,10 @@ Q_DECLARE_LOGGING_CATEGORY(lcLibrary)
 Q_DECLARE_LOGGING_CATEGORY(lcUsage)
 Q_DECLARE_LOGGING_CATEGORY(lcUi)
 Q_DECLARE_LOGGING_CATEGORY(lcPlatform)
+// Diagnostics for finding a fault (who queried a permission and from where, clipboard previews): off
+// unless QT_LOGGING_RULES="parlino.diagnostics.info=true" turns them on, so an idle app writes nothing
+// and a copied secret never reaches the journal.
+Q_DECLARE_LOGGING_CATEGORY(lcDiagnostics)
 
 // The app's console lines are plain sentences: no quotes around strings, no spaces between parts.
 //   PLOG(lcApp) << "✅ Set download location: " << path;

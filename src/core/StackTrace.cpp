@@ -45,8 +45,11 @@ QStringList currentStackTrace(int skipFrames)
     return frames;
 }
 
-void logAccessibilityQuery(const QLoggingCategory &category, const QString &caller, const QDateTime &when)
+void logAccessibilityQuery(const QString &caller, const QDateTime &when)
 {
+    if (!lcDiagnostics().isInfoEnabled())
+        return; // the stack is not even walked
+    const QLoggingCategory &category = lcDiagnostics();
     PLOG(category) << "🔍 DEBUG: About to call AXIsProcessTrusted() from " << caller << "()";
     PLOG(category) << "   Timestamp: "
                    << QString::number(static_cast<double>(when.toMSecsSinceEpoch()) / 1000.0, 'f', 3);

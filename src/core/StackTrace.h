@@ -12,7 +12,7 @@ namespace parlino {
 [[nodiscard]] QStringList currentStackTrace(int skipFrames = 1);
 
 // Reading another application's selection fails silently without accessibility, so every query of the
-// permission leaves a trace of who asked, when, and from where.
-void logAccessibilityQuery(const QLoggingCategory &category, const QString &caller, const QDateTime &when);
+// permission can leave a trace of who asked, when, and from where (in the diagnostics category).
+void logAccessibilityQuery(const QString &caller, const QDateTime &when);
 
 } // namespace parlino

@@ -13,6 +13,7 @@
 #include <QDateTime>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QRegularExpression>
 
 #include <chrono>
 
@@ -26,9 +27,18 @@ using namespace std::chrono_literals;
 constexpr auto chordHoldTime = 100ms;
 constexpr auto copyServeTime = 350ms;
 
+// The start of the clipboard for the diagnostics, with anything that looks like a key or a password
+// hidden: a word of 16 or more characters mixing letters and digits, or an "sk-" key.
 QString preview(const std::optional<QString> &text)
 {
-    return text ? text->left(50) : QStringLiteral("nil");
+    if (!text)
+        return QStringLiteral("nil");
+    static const QRegularExpression secret(
+        QStringLiteral(R"(\b(sk-[A-Za-z0-9_\-]{6,}|(?=[^\s]*[A-Za-z])(?=[^\s]*\d)[^\s]{16,}))"));
+    // Hidden before it is shortened, so no part of a secret is shown.
+    QString shown = *text;
+    shown.replace(secret, QStringLiteral("[hidden]"));
+    return shown.left(50);
 }
 
 bool hasText(const std::optional<QString> &text)
@@ -51,7 +61,7 @@ bool TextCaptureService::onboardingCompleted() const
 
 void TextCaptureService::logTrustCheck(const QString &caller) const
 {
-    logAccessibilityQuery(lcInput(), QStringLiteral("TextCaptureService.") + caller, QDateTime::currentDateTime());
+    logAccessibilityQuery(QStringLiteral("TextCaptureService.") + caller, QDateTime::currentDateTime());
 }
 
 std::optional<QString> TextCaptureService::captureSelectedText()
@@ -137,7 +147,7 @@ std::optional<QString> TextCaptureService::captureViaCopyCommand()
     const quint64 oldCount = clipboard.changeCount();
     const std::optional<QString> oldContent = clipboard.clipboardText();
     PLOG(lcInput) << "📋 Clipboard before Ctrl+C - changeCount: " << oldCount;
-    PLOG(lcInput) << "📋 Old content preview: " << preview(oldContent);
+    PLOG(lcDiagnostics) << "📋 Old content preview: " << preview(oldContent);
 
     const QStringList windowClass = m_platform.windows->activeWindowClass();
     const auto chord = isTerminalWindowClass(windowClass) ? SyntheticKeySender::CopyChord::controlShiftC
@@ -156,7 +166,7 @@ std::optional<QString> TextCaptureService::captureViaCopyCommand()
     const quint64 newCount = clipboard.changeCount();
     std::optional<QString> newContent = clipboard.clipboardText();
     PLOG(lcInput) << "📋 Clipboard after Ctrl+C - changeCount: " << newCount;
-    PLOG(lcInput) << "📋 New content preview: " << preview(newContent);
+    PLOG(lcDiagnostics) << "📋 New content preview: " << preview(newContent);
     PLOG(lcInput) << "📋 Change count delta: " << qint64(newCount - oldCount);
 
     if (newCount > oldCount && hasText(newContent)) {

@@ -122,6 +122,21 @@ private Q_SLOTS:
                               QStringLiteral("release"), QStringLiteral("clipboard")}));
     }
 
+    void copiedSecretsNeverReachTheLog()
+    {
+        m_fake.hasFocusedElement = false;
+        m_fake.clipboard = QStringLiteral("key sk-proj-Abc123def456ghi789 and pass Zq7!mK2pR9wX4vB8nT");
+        m_fake.onCopy = [](FakeCapturePlatform &fake) {
+            fake.clipboard = QStringLiteral("Selected words");
+            ++fake.count;
+        };
+        LogCapture log;
+        QCOMPARE(m_service->captureSelectedText(), QStringLiteral("Selected words"));
+        QVERIFY(log.contains(QStringLiteral("📋 Old content preview: key [hidden] and pass [hidden]")));
+        QVERIFY(log.lines().filter(QStringLiteral("sk-proj")).isEmpty());
+        QVERIFY(log.lines().filter(QStringLiteral("Zq7!")).isEmpty());
+    }
+
     void terminalWindowClasses()
     {
         QVERIFY(TextCaptureService::isTerminalWindowClass(

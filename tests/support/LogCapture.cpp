@@ -1,5 +1,6 @@
 #include "LogCapture.h"
 
+#include <QLoggingCategory>
 #include <QTest>
 #include <QtGlobal>
 
@@ -113,6 +114,8 @@ LogCapture::LogCapture()
     if (g_captures++ == 0) {
         g_lines.clear();
         g_captureNext = qInstallMessageHandler(captureHandler);
+        // The diagnostics a user turns on by hand are part of what a test checks.
+        QLoggingCategory::setFilterRules(QStringLiteral("parlino.diagnostics.info=true"));
     }
 }
 
@@ -124,6 +127,7 @@ LogCapture::~LogCapture()
         QMutexLocker lock(&g_mutex);
         if (--g_captures != 0)
             return;
+        QLoggingCategory::setFilterRules(QString());
         next = g_captureNext;
         qInstallMessageHandler(next);
         release = !g_quiet;

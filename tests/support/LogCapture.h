@@ -10,7 +10,8 @@ namespace parlino::test {
 // the app's console lines and their order. Warnings are passed on at once; the ordinary chatter
 // (debug and info lines, stack traces included) is held back and printed only when the test function
 // fails, so a failure's report stays short enough to read and still shows what led up to it. Set
-// PARLINO_TEST_VERBOSE=1 to see every line as it is logged.
+// PARLINO_TEST_VERBOSE=1 to see every line as it is logged. While one lives, the diagnostics category
+// (off for users) is on, so its lines can be checked too.
 class LogCapture final {
 public:
     LogCapture();
