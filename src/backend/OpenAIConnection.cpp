@@ -68,23 +68,25 @@ OpenAIConnection::~OpenAIConnection() = default;
 std::optional<QString> OpenAIConnection::lookUpAPIKey(KeychainService &keychain, const APIKeyFile &keyFile,
                                                       Defaults &defaults)
 {
-    const QString fromEnvironment = qEnvironmentVariable("OPENAI_API_KEY");
+    // A key pasted with a line break or blanks around it is still the key: the service refuses it otherwise.
+    const QString fromEnvironment = qEnvironmentVariable("OPENAI_API_KEY").trimmed();
     if (!fromEnvironment.isEmpty()) {
         PLOG(lcSpeech) << "✅ Loaded OpenAI API key from environment variable";
         return fromEnvironment;
     }
-    if (auto fromKeychain = keychain.get(SettingsKeys::openAIAPIKey)) {
+    if (auto fromKeychain = keychain.get(SettingsKeys::openAIAPIKey);
+        fromKeychain && !fromKeychain->trimmed().isEmpty()) {
         PLOG(lcSpeech) << "✅ Loaded OpenAI API key from Keychain";
-        return fromKeychain;
+        return fromKeychain->trimmed();
     }
     if (auto fromFile = keyFile.read()) {
         PLOG(lcSpeech) << "✅ Loaded OpenAI API key from " << keyFile.path();
         return fromFile;
     }
     if (auto fromDefaults = defaults.stringForKey(SettingsKeys::openAIAPIKey);
-        fromDefaults && !fromDefaults->isEmpty()) {
+        fromDefaults && !fromDefaults->trimmed().isEmpty()) {
         PLOG(lcSpeech) << "✅ Loaded OpenAI API key from UserDefaults";
-        return fromDefaults;
+        return fromDefaults->trimmed();
     }
     PLOG(lcSpeech) << "⚠️ No OpenAI API key found - please configure in settings";
     return std::nullopt;
@@ -108,6 +110,8 @@ std::optional<QUrl> OpenAIConnection::endpoint(const QString &path) const
 
 void OpenAIConnection::setAPIKey(std::optional<QString> key)
 {
+    if (key)
+        key = key->trimmed();
     if (key == m_apiKey)
         return;
     m_apiKey = std::move(key);

@@ -78,7 +78,7 @@ private Q_SLOTS:
 
         qputenv("OPENAI_API_KEY", "");
         QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-keyring"));
-        qputenv("OPENAI_API_KEY", "from-environment");
+        qputenv("OPENAI_API_KEY", "from-environment\n"); // as pasted, with its line break
         QCOMPARE(OpenAIConnection::lookUpAPIKey(m_keychain, keyFile, m_defaults), QStringLiteral("from-environment"));
         QVERIFY(log.contains(QStringLiteral("✅ Loaded OpenAI API key from environment variable")));
     }
