@@ -3,6 +3,7 @@
 #include "LocalOpenAI.h"
 #include "OpenAITestServer.h"
 #include "PlaybackFixtures.h"
+#include "QuestionRig.h"
 #include "TestEnvironment.h"
 #include "VirtualMicrophone.h"
 #include "ai/OpenAITranscriptionRecognizer.h"
@@ -49,40 +50,23 @@ class TestAIQuestionServiceDesktop final : public QObject {
 
 private:
     TestEnvironment m_env;
-    LocalOpenAI m_openAI{m_env};
-    QTemporaryDir m_dir;
-    QString m_readingFile;
-    QString m_questionWav;
-    VirtualMicrophone m_microphone;
-    std::unique_ptr<AppState> m_state;
-    std::unique_ptr<UsageTracker> m_tracker;
-    std::unique_ptr<MpvAudioEngine> m_engine;
-    std::unique_ptr<AudioPlayerManager> m_player;
-    std::unique_ptr<SpeechRecognitionService> m_recognition;
+    QuestionRig m_rig{m_env};
     RecordingQuestionAlerts m_alerts;
     std::unique_ptr<AIQuestionService> m_questions;
 
     // The reading, playing at the default speed of 2 and past its first second.
     bool startReading(const std::shared_ptr<SpeechStream> &stream = {})
     {
-        QSignalSpy ready(m_player.get(), &AudioPlayerManager::itemReady);
+        QSignalSpy ready(m_rig.player.get(), &AudioPlayerManager::itemReady);
         if (stream)
-            m_player->playStream(stream);
+            m_rig.player->playStream(stream);
         else
-            m_player->play(QUrl::fromLocalFile(m_readingFile));
-        m_state->setCurrentPlayingContext(kReading);
+            m_rig.player->play(QUrl::fromLocalFile(m_rig.readingFile));
+        m_rig.state->setCurrentPlayingContext(kReading);
         if (!ready.wait(5000))
             return false;
-        (void)QTest::qWaitFor([this] { return m_engine->position() >= 1.0; }, 5000);
-        return m_player->isPlaying() && m_engine->position() >= 1.0 && m_engine->rate() == 2.0;
-    }
-
-    bool speak()
-    {
-        if (!m_microphone.play(m_questionWav) || !m_microphone.waitForPlayback())
-            return false;
-        QTest::qWait(400);
-        return m_state->isReadyToSendQuestion();
+        (void)QTest::qWaitFor([this] { return m_rig.engine->position() >= 1.0; }, 5000);
+        return m_rig.player->isPlaying() && m_rig.engine->position() >= 1.0 && m_rig.engine->rate() == 2.0;
     }
 
     // Asks the question and waits until the reading was given back.
@@ -90,7 +74,7 @@ private:
     {
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
         m_questions->startListening();
-        if (!m_state->isListeningForQuestion() || !speak())
+        if (!m_rig.state->isListeningForQuestion() || !m_rig.speak())
             return false;
         m_questions->sendQuestion();
         return resumed.wait(30000);
@@ -99,70 +83,57 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
-        m_readingFile = m_dir.filePath(QStringLiteral("reading.mp3"));
-        QVERIFY(makeTimedSpeechMp3(kReading, m_readingFile) > 8);
-        m_questionWav = m_dir.filePath(QStringLiteral("question.wav"));
-        QVERIFY(VirtualMicrophone::makeSpokenWav(QStringLiteral("what is this about"), m_questionWav) > 0.8);
-        QVERIFY(m_microphone.plugIn());
+        QVERIFY(m_rig.setUp(kReading));
+        QVERIFY(m_rig.microphone.plugIn());
         QTRY_VERIFY(!QMediaDevices::audioInputs().isEmpty());
 
-        m_openAI.defaults.set(SettingsKeys::defaultSpeed, 2.0);
-        m_state = std::make_unique<AppState>(m_openAI.defaults);
-        m_state->setSelectedVoice(TTSVoice::nova);
-        m_tracker = std::make_unique<UsageTracker>(m_openAI.defaults);
-        m_engine = std::make_unique<MpvAudioEngine>(QStringLiteral("null"));
-        m_player = std::make_unique<AudioPlayerManager>(*m_engine, *m_tracker, m_openAI.defaults, Clock::system());
-        m_state->mirrorPlayer(*m_player);
-        m_recognition = std::make_unique<SpeechRecognitionService>(m_openAI.defaults);
-        m_recognition->addRecognizer(
-            std::make_unique<OpenAITranscriptionRecognizer>(m_openAI.connection, m_openAI.models));
-        m_questions = std::make_unique<AIQuestionService>(*m_state, *m_player, m_openAI.client, *m_recognition,
-                                                          m_alerts, Clock::system());
+        m_rig.state->setSelectedVoice(TTSVoice::nova);
+        m_questions = std::make_unique<AIQuestionService>(*m_rig.state, *m_rig.player, m_rig.openAI.client,
+                                                          *m_rig.recognition, m_alerts, Clock::system());
     }
 
     void init()
     {
-        m_openAI.server.clearRequests();
-        m_openAI.server.clearFailures();
-        m_openAI.server.setTranscription({QStringLiteral("What is this about?"), 0.8, 20});
-        m_openAI.server.setChatContent(kAnswer);
+        m_rig.openAI.server.clearRequests();
+        m_rig.openAI.server.clearFailures();
+        m_rig.openAI.server.setTranscription({QStringLiteral("What is this about?"), 0.8, 20});
+        m_rig.openAI.server.setChatContent(kAnswer);
         m_alerts.shown.clear();
-        m_state->setConversationHistory({});
-        if (!m_microphone.isPluggedIn())
-            QVERIFY(m_microphone.plugIn());
+        m_rig.state->setConversationHistory({});
+        if (!m_rig.microphone.isPluggedIn())
+            QVERIFY(m_rig.microphone.plugIn());
         QTRY_VERIFY(!QMediaDevices::audioInputs().isEmpty());
     }
 
-    void cleanup() { m_player->stop(); }
+    void cleanup() { m_rig.player->stop(); }
 
     void answersAtNormalSpeedAndResumesTheStreamedReading()
     {
         auto reading = std::make_shared<SpeechStream>();
-        reading->append(readBytes(m_readingFile)); // still arriving: not finished
+        reading->append(readBytes(m_rig.readingFile)); // still arriving: not finished
         QVERIFY(startReading(reading));
 
         // What the answer's item played at, seen when it became ready.
         QList<double> answerRates;
         QObject watcher;
-        connect(m_player.get(), &AudioPlayerManager::itemReady, &watcher, [this, &answerRates] {
-            if (m_state->isAnsweringQuestion())
-                answerRates.append(m_engine->rate());
+        connect(m_rig.player.get(), &AudioPlayerManager::itemReady, &watcher, [this, &answerRates] {
+            if (m_rig.state->isAnsweringQuestion())
+                answerRates.append(m_rig.engine->rate());
         });
-        QSignalSpy levels(m_state.get(), &AppState::questionAudioAmplitudeChanged);
+        QSignalSpy levels(m_rig.state.get(), &AppState::questionAudioAmplitudeChanged);
 
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
         m_questions->startListening();
-        QVERIFY(!m_player->isPlaying());
-        const double stoppedAt = m_engine->position();
-        QVERIFY(m_state->isListeningForQuestion());
-        QVERIFY(speak());
+        QVERIFY(!m_rig.player->isPlaying());
+        const double stoppedAt = m_rig.engine->position();
+        QVERIFY(m_rig.state->isListeningForQuestion());
+        QVERIFY(m_rig.speak());
         QVERIFY(levels.count() > 5);
         m_questions->sendQuestion();
         QVERIFY(resumed.wait(30000));
 
         // The question went with the prompt and the reading, the answer came back and was spoken at 1.0.
-        const auto chats = m_openAI.server.requests(QStringLiteral("/chat/completions"));
+        const auto chats = m_rig.openAI.server.requests(QStringLiteral("/chat/completions"));
         QCOMPARE(chats.size(), 1);
         const QJsonArray messages = chats[0].json.value(u"messages").toArray();
         QCOMPARE(messages.size(), 2);
@@ -173,32 +144,32 @@ private Q_SLOTS:
                     .startsWith(QStringLiteral("You are a helpful learning assistant.")));
         QVERIFY(messages[0].toObject().value(u"content").toString().contains(kReading));
         QCOMPARE(messages[1].toObject().value(u"content").toString(), QStringLiteral("What is this about?"));
-        const auto speech = m_openAI.server.requests(QStringLiteral("/audio/speech"));
+        const auto speech = m_rig.openAI.server.requests(QStringLiteral("/audio/speech"));
         QCOMPARE(speech.size(), 1);
         QCOMPARE(speech[0].json.value(u"input").toString(), kAnswer);
         QCOMPARE(speech[0].json.value(u"voice").toString(), QStringLiteral("nova"));
         QCOMPARE(speech[0].json.value(u"speed").toDouble(), 1.0);
         QCOMPARE(answerRates, QList<double>{1.0});
-        QCOMPARE(m_state->conversationHistory().size(), 2);
-        QCOMPARE(m_state->conversationHistory().at(1).content, kAnswer);
+        QCOMPARE(m_rig.state->conversationHistory().size(), 2);
+        QCOMPARE(m_rig.state->conversationHistory().at(1).content, kAnswer);
 
         // The same reading, still open, back at its speed and within half a second of where it stopped.
-        QCOMPARE(m_player->currentStream(), reading);
+        QCOMPARE(m_rig.player->currentStream(), reading);
         QVERIFY(!reading->isCancelled());
-        QVERIFY(m_player->isPlaying());
-        QCOMPARE(m_engine->rate(), 2.0);
-        QVERIFY2(std::abs(m_engine->position() - stoppedAt) < 0.5,
-                 qPrintable(QStringLiteral("%1 vs %2").arg(m_engine->position()).arg(stoppedAt)));
-        QCOMPARE(m_state->currentPlayingContext(), kReading);
-        QVERIFY(!m_state->isAnsweringQuestion() && !m_state->isListeningForQuestion());
+        QVERIFY(m_rig.player->isPlaying());
+        QCOMPARE(m_rig.engine->rate(), 2.0);
+        QVERIFY2(std::abs(m_rig.engine->position() - stoppedAt) < 0.5,
+                 qPrintable(QStringLiteral("%1 vs %2").arg(m_rig.engine->position()).arg(stoppedAt)));
+        QCOMPARE(m_rig.state->currentPlayingContext(), kReading);
+        QVERIFY(!m_rig.state->isAnsweringQuestion() && !m_rig.state->isListeningForQuestion());
         reading->finish();
 
         // A follow-up carries the conversation so far.
         QVERIFY(askAndWait());
-        const auto followUp = m_openAI.server.requests(QStringLiteral("/chat/completions"));
+        const auto followUp = m_rig.openAI.server.requests(QStringLiteral("/chat/completions"));
         QCOMPARE(followUp.size(), 2);
         QCOMPARE(followUp[1].json.value(u"messages").toArray().size(), 4);
-        QCOMPARE(m_state->conversationHistory().size(), 4);
+        QCOMPARE(m_rig.state->conversationHistory().size(), 4);
         QVERIFY(m_alerts.shown.isEmpty());
     }
 
@@ -207,36 +178,36 @@ private Q_SLOTS:
         QVERIFY(startReading());
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
         m_questions->startListening();
-        const double stoppedAt = m_engine->position();
+        const double stoppedAt = m_rig.engine->position();
         QTest::qWait(800);
-        QVERIFY(!m_state->isReadyToSendQuestion());
+        QVERIFY(!m_rig.state->isReadyToSendQuestion());
         m_questions->sendQuestion();
         QVERIFY(resumed.wait(5000));
-        QVERIFY(m_player->isPlaying());
-        QCOMPARE(m_player->currentURL(), std::optional<QUrl>(QUrl::fromLocalFile(m_readingFile)));
-        QVERIFY(std::abs(m_engine->position() - stoppedAt) < 0.5);
+        QVERIFY(m_rig.player->isPlaying());
+        QCOMPARE(m_rig.player->currentURL(), std::optional<QUrl>(QUrl::fromLocalFile(m_rig.readingFile)));
+        QVERIFY(std::abs(m_rig.engine->position() - stoppedAt) < 0.5);
 
         // Cancelled after speaking: nothing is sent either.
         m_questions->startListening();
-        QVERIFY(speak());
+        QVERIFY(m_rig.speak());
         m_questions->stopListening();
         QVERIFY(resumed.wait(5000));
-        QVERIFY(m_player->isPlaying());
-        QVERIFY(m_openAI.server.requests().isEmpty());
+        QVERIFY(m_rig.player->isPlaying());
+        QVERIFY(m_rig.openAI.server.requests().isEmpty());
         QVERIFY(m_alerts.shown.isEmpty());
     }
 
     void askingWhilePausedLeavesTheReadingUnloaded()
     {
         QVERIFY(startReading());
-        m_player->togglePlayPause();
-        QSignalSpy ready(m_player.get(), &AudioPlayerManager::itemReady);
+        m_rig.player->togglePlayPause();
+        QSignalSpy ready(m_rig.player.get(), &AudioPlayerManager::itemReady);
         QVERIFY(askAndWait());
         QCOMPARE(ready.count(), 1); // the answer only
         QTest::qWait(700);
-        QVERIFY(!m_player->isPlaying());
+        QVERIFY(!m_rig.player->isPlaying());
         QCOMPARE(ready.count(), 1);
-        QCOMPARE(m_openAI.server.requests(QStringLiteral("/chat/completions")).size(), 1);
+        QCOMPARE(m_rig.openAI.server.requests(QStringLiteral("/chat/completions")).size(), 1);
     }
 
     void everyFailureShowsTheAlertAndResumes()
@@ -244,35 +215,35 @@ private Q_SLOTS:
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
 
         // The transcription fails.
-        m_openAI.server.setTranscriptionFailure(OpenAITestServer::Failure::error(500, "busy"));
+        m_rig.openAI.server.setTranscriptionFailure(OpenAITestServer::Failure::error(500, "busy"));
         QVERIFY(startReading());
         QVERIFY(askAndWait());
         QCOMPARE(m_alerts.shown,
                  QStringList{QStringLiteral("Could not answer question: Recognition error: API Error (500): busy")});
-        QVERIFY(m_player->isPlaying());
-        QVERIFY(m_openAI.server.requests(QStringLiteral("/chat/completions")).isEmpty());
+        QVERIFY(m_rig.player->isPlaying());
+        QVERIFY(m_rig.openAI.server.requests(QStringLiteral("/chat/completions")).isEmpty());
 
         // The chat fails.
-        m_openAI.server.clearFailures();
-        m_openAI.server.setChatFailure(OpenAITestServer::Failure::error(503, "down"));
+        m_rig.openAI.server.clearFailures();
+        m_rig.openAI.server.setChatFailure(OpenAITestServer::Failure::error(503, "down"));
         m_alerts.shown.clear();
         QVERIFY(askAndWait());
         QCOMPARE(m_alerts.shown, QStringList{QStringLiteral("Could not answer question: API Error (503): down")});
-        QVERIFY(m_player->isPlaying());
-        QVERIFY(m_openAI.server.requests(QStringLiteral("/audio/speech")).isEmpty());
-        QVERIFY(!m_state->isAnsweringQuestion());
+        QVERIFY(m_rig.player->isPlaying());
+        QVERIFY(m_rig.openAI.server.requests(QStringLiteral("/audio/speech")).isEmpty());
+        QVERIFY(!m_rig.state->isAnsweringQuestion());
 
         // No microphone at all.
         m_alerts.shown.clear();
-        m_microphone.unplug();
+        m_rig.microphone.unplug();
         QTRY_VERIFY(QMediaDevices::audioInputs().isEmpty());
         resumed.clear();
         m_questions->startListening();
         QCOMPARE(m_alerts.shown, QStringList{QStringLiteral("Could not start speech recognition: Microphone access "
                                                             "not authorized. Please enable it in System Settings.")});
-        QVERIFY(!m_state->isListeningForQuestion());
+        QVERIFY(!m_rig.state->isListeningForQuestion());
         QVERIFY(resumed.wait(5000));
-        QVERIFY(m_player->isPlaying());
+        QVERIFY(m_rig.player->isPlaying());
     }
 };
 

@@ -1,6 +1,7 @@
 #include "LocalOpenAI.h"
 #include "OpenAITestServer.h"
 #include "PlaybackFixtures.h"
+#include "QuestionRig.h"
 #include "TestEnvironment.h"
 #include "VirtualMicrophone.h"
 #include "ai/OpenAITranscriptionRecognizer.h"
@@ -72,16 +73,7 @@ class TestFloatingPlayerQuestionDesktop final : public QObject {
 
 private:
     TestEnvironment m_env;
-    LocalOpenAI m_openAI{m_env};
-    QTemporaryDir m_dir;
-    QString m_readingFile;
-    QString m_questionWav;
-    VirtualMicrophone m_microphone;
-    std::unique_ptr<AppState> m_state;
-    std::unique_ptr<UsageTracker> m_tracker;
-    std::unique_ptr<MpvAudioEngine> m_engine;
-    std::unique_ptr<AudioPlayerManager> m_player;
-    std::unique_ptr<SpeechRecognitionService> m_recognition;
+    QuestionRig m_rig{m_env};
     MessageBoxQuestionAlerts m_alerts;
     std::unique_ptr<AIQuestionService> m_questions;
     LinuxPermissionProbe m_probe;
@@ -96,67 +88,46 @@ private:
 
     bool startReading()
     {
-        QSignalSpy ready(m_player.get(), &AudioPlayerManager::itemReady);
-        m_player->play(QUrl::fromLocalFile(m_readingFile));
-        m_state->setCurrentPlayingContext(kReading);
+        QSignalSpy ready(m_rig.player.get(), &AudioPlayerManager::itemReady);
+        m_rig.player->play(QUrl::fromLocalFile(m_rig.readingFile));
+        m_rig.state->setCurrentPlayingContext(kReading);
         if (!ready.wait(5000))
             return false;
-        (void)QTest::qWaitFor([this] { return m_engine->position() >= 1.0; }, 5000);
-        return m_player->isPlaying() && m_controller->isShown();
-    }
-
-    bool speak()
-    {
-        if (!m_microphone.play(m_questionWav) || !m_microphone.waitForPlayback())
-            return false;
-        QTest::qWait(400);
-        return m_state->isReadyToSendQuestion();
+        (void)QTest::qWaitFor([this] { return m_rig.engine->position() >= 1.0; }, 5000);
+        return m_rig.player->isPlaying() && m_controller->isShown();
     }
 
 private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(QGuiApplication::platformName() == QLatin1String("xcb"), "run inside scripts/desktop-rig");
-        QVERIFY(m_dir.isValid());
-        m_readingFile = m_dir.filePath(QStringLiteral("reading.mp3"));
-        QVERIFY(makeTimedSpeechMp3(kReading, m_readingFile) > 8);
-        m_questionWav = m_dir.filePath(QStringLiteral("question.wav"));
-        QVERIFY(VirtualMicrophone::makeSpokenWav(QStringLiteral("what is this about"), m_questionWav) > 0.8);
-        m_openAI.server.setTranscription({QStringLiteral("What is this about?"), 0.8, 20});
-        m_openAI.server.setChatContent(QStringLiteral("It is about patience."));
+        QVERIFY(m_rig.setUp(kReading));
+        m_rig.openAI.server.setTranscription({QStringLiteral("What is this about?"), 0.8, 20});
+        m_rig.openAI.server.setChatContent(QStringLiteral("It is about patience."));
 
-        m_openAI.defaults.set(SettingsKeys::defaultSpeed, 2.0);
-        m_state = std::make_unique<AppState>(m_openAI.defaults);
-        m_tracker = std::make_unique<UsageTracker>(m_openAI.defaults);
-        m_engine = std::make_unique<MpvAudioEngine>(QStringLiteral("null"));
-        m_player = std::make_unique<AudioPlayerManager>(*m_engine, *m_tracker, m_openAI.defaults, Clock::system());
-        m_state->mirrorPlayer(*m_player);
-        m_recognition = std::make_unique<SpeechRecognitionService>(m_openAI.defaults);
-        m_recognition->addRecognizer(
-            std::make_unique<OpenAITranscriptionRecognizer>(m_openAI.connection, m_openAI.models));
-        m_questions = std::make_unique<AIQuestionService>(*m_state, *m_player, m_openAI.client, *m_recognition,
-                                                          m_alerts, Clock::system());
-        m_probe.setSpeechRecognitionCheck([this] { return m_recognition->isSpeechRecognitionAvailable(); });
-        m_permissions = std::make_unique<PermissionManager>(m_probe, m_dialogs, *m_state, Clock::system());
-        m_actions = std::make_unique<QuestionActions>(*m_state, *m_questions, *m_permissions);
-        m_controller =
-            std::make_unique<FloatingPlayerWindowController>(*m_state, *m_player, &X11WindowHints::placeOnAllDesktops);
-        m_view = new FloatingPlayerView(*m_state, *m_player, *m_controller);
+        m_questions = std::make_unique<AIQuestionService>(*m_rig.state, *m_rig.player, m_rig.openAI.client,
+                                                          *m_rig.recognition, m_alerts, Clock::system());
+        m_probe.setSpeechRecognitionCheck([this] { return m_rig.recognition->isSpeechRecognitionAvailable(); });
+        m_permissions = std::make_unique<PermissionManager>(m_probe, m_dialogs, *m_rig.state, Clock::system());
+        m_actions = std::make_unique<QuestionActions>(*m_rig.state, *m_questions, *m_permissions);
+        m_controller = std::make_unique<FloatingPlayerWindowController>(*m_rig.state, *m_rig.player,
+                                                                        &X11WindowHints::placeOnAllDesktops);
+        m_view = new FloatingPlayerView(*m_rig.state, *m_rig.player, *m_controller);
         m_view->setQuestionActions(*m_actions);
         m_controller->setContentView(m_view);
     }
 
     void init()
     {
-        m_openAI.server.clearRequests();
-        m_openAI.server.clearFailures();
-        if (!m_microphone.isPluggedIn())
-            QVERIFY(m_microphone.plugIn());
+        m_rig.openAI.server.clearRequests();
+        m_rig.openAI.server.clearFailures();
+        if (!m_rig.microphone.isPluggedIn())
+            QVERIFY(m_rig.microphone.plugIn());
         QTRY_VERIFY(!QMediaDevices::audioInputs().isEmpty());
         QVERIFY(startReading());
     }
 
-    void cleanup() { m_player->stop(); }
+    void cleanup() { m_rig.player->stop(); }
 
     void buttonListensSendsAndTheReadingResumes()
     {
@@ -170,13 +141,13 @@ private Q_SLOTS:
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
         QSignalSpy level(levelBar(), &QProgressBar::valueChanged);
         QTest::mouseClick(button, Qt::LeftButton);
-        const double stoppedAt = m_engine->position();
-        QVERIFY(!m_player->isPlaying());
+        const double stoppedAt = m_rig.engine->position();
+        QVERIFY(!m_rig.player->isPlaying());
         QCOMPARE(button->text(), QStringLiteral("Stop Listening"));
         QVERIFY(levelBar()->isVisible());
         QCOMPARE(levelBar()->accessibleName(), QStringLiteral("Microphone level"));
 
-        QVERIFY(speak());
+        QVERIFY(m_rig.speak());
         QCOMPARE(button->text(), QStringLiteral("Send Question"));
         QVERIFY(std::any_of(level.cbegin(), level.cend(),
                             [](const QList<QVariant> &arguments) { return arguments.at(0).toInt() > 0; }));
@@ -186,11 +157,11 @@ private Q_SLOTS:
         QVERIFY(resumed.wait(30000));
 
         QCOMPARE(button->text(), QStringLiteral("Ask Question"));
-        QCOMPARE(m_openAI.server.requests(QStringLiteral("/chat/completions")).size(), 1);
-        QCOMPARE(m_openAI.server.requests(QStringLiteral("/audio/speech")).size(), 1);
-        QVERIFY(m_player->isPlaying());
-        QCOMPARE(m_engine->rate(), 2.0);
-        QVERIFY(std::abs(m_engine->position() - stoppedAt) < 0.5);
+        QCOMPARE(m_rig.openAI.server.requests(QStringLiteral("/chat/completions")).size(), 1);
+        QCOMPARE(m_rig.openAI.server.requests(QStringLiteral("/audio/speech")).size(), 1);
+        QVERIFY(m_rig.player->isPlaying());
+        QCOMPARE(m_rig.engine->rate(), 2.0);
+        QVERIFY(std::abs(m_rig.engine->position() - stoppedAt) < 0.5);
     }
 
     void escapeOrTheButtonCancelsBeforeAnythingIsHeard()
@@ -198,28 +169,28 @@ private Q_SLOTS:
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
         QToolButton *button = questionButton();
         QTest::mouseClick(button, Qt::LeftButton);
-        QVERIFY(m_state->isListeningForQuestion());
+        QVERIFY(m_rig.state->isListeningForQuestion());
         QTest::keyClick(m_view, Qt::Key_Escape);
-        QVERIFY(!m_state->isListeningForQuestion());
+        QVERIFY(!m_rig.state->isListeningForQuestion());
         QVERIFY(resumed.wait(5000));
-        QVERIFY(m_player->isPlaying());
+        QVERIFY(m_rig.player->isPlaying());
 
         QTest::mouseClick(button, Qt::LeftButton);
         QCOMPARE(button->text(), QStringLiteral("Stop Listening"));
         QTest::mouseClick(button, Qt::LeftButton);
         QVERIFY(resumed.wait(5000));
         QCOMPARE(button->text(), QStringLiteral("Ask Question"));
-        QVERIFY(m_player->isPlaying());
-        QVERIFY(m_openAI.server.requests().isEmpty());
+        QVERIFY(m_rig.player->isPlaying());
+        QVERIFY(m_rig.openAI.server.requests().isEmpty());
     }
 
     void failuresShowTheirAlerts()
     {
         // A failed transcription: the "Question Error" alert, and the reading comes back.
-        m_openAI.server.setTranscriptionFailure(OpenAITestServer::Failure::error(500, "busy"));
+        m_rig.openAI.server.setTranscriptionFailure(OpenAITestServer::Failure::error(500, "busy"));
         QSignalSpy resumed(m_questions.get(), &AIQuestionService::resumed);
         QTest::mouseClick(questionButton(), Qt::LeftButton);
-        QVERIFY(speak());
+        QVERIFY(m_rig.speak());
         QTest::mouseClick(questionButton(), Qt::LeftButton);
         QVERIFY(resumed.wait(10000));
         QMessageBox *error = nullptr;
@@ -228,12 +199,12 @@ private Q_SLOTS:
                  QStringLiteral("Could not answer question: Recognition error: API Error (500): busy"));
         QPushButton *ok = boxButton(error, QStringLiteral("OK"));
         QVERIFY(ok);
-        QVERIFY(m_player->isPlaying());
+        QVERIFY(m_rig.player->isPlaying());
         ok->click();
         QTRY_VERIFY(!messageBox(QStringLiteral("Question Error")));
 
         // No microphone: the permissions alert, answered "Not Now"; nothing pauses.
-        m_microphone.unplug();
+        m_rig.microphone.unplug();
         QTRY_VERIFY(QMediaDevices::audioInputs().isEmpty());
         QString informative;
         QStringList buttons;
@@ -254,8 +225,8 @@ private Q_SLOTS:
                                              "Would you like to enable this feature now?"));
         QVERIFY(buttons.contains(QStringLiteral("Open Sound Settings")));
         QVERIFY(!buttons.contains(QStringLiteral("Choose Speech Recognizer")));
-        QVERIFY(!m_state->isListeningForQuestion());
-        QVERIFY(m_player->isPlaying());
+        QVERIFY(!m_rig.state->isListeningForQuestion());
+        QVERIFY(m_rig.player->isPlaying());
     }
 };
 
