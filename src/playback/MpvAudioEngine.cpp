@@ -27,6 +27,9 @@ constexpr const char *kFixedOptions[][2] = {
     {"config", "no"},
     {"load-scripts", "no"},
     {"ytdl", "no"},
+    // A played file never makes the player open other files or addresses it names (playlists, references).
+    {"access-references", "no"},
+    {"load-unsafe-playlists", "no"},
     {"terminal", "no"},
     {"input-default-bindings", "no"},
     {"vid", "no"},

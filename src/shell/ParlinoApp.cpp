@@ -25,6 +25,7 @@
 #include "platform/linux/DBusServicesEndpoint.h"
 #include "platform/linux/FileManagerLauncher.h"
 #include "platform/linux/XdgAutostart.h"
+#include "playback/AudioFileType.h"
 #include "playback/AudioPlayerManager.h"
 #include "shell/AppServices.h"
 #include "ui/AppearanceApplier.h"
@@ -155,6 +156,8 @@ int ParlinoApp::run(const LaunchRequest &request)
         m_servicesEndpoint->setPodcastHandler([&services](QString text, QString type) {
             return createPodcast(services, std::move(text), std::move(type));
         });
+        // Enough for a person or a desktop shortcut; a script calling in a loop is refused.
+        m_servicesEndpoint->limitRate(5, std::chrono::seconds(10), Clock::system());
         if (!m_servicesEndpoint->registerOn(m_bus->connection()))
             PWARN(lcApp) << "⚠️ Could not offer the read-aloud service on the session bus";
         return &provider;
@@ -275,6 +278,13 @@ void ParlinoApp::playFile(const QString &path)
     if (!file.isFile() || !file.isReadable()) {
         m_services->servicesProvider().showError(
             QStringLiteral("Cannot play “%1”: the file does not exist or cannot be read.").arg(path));
+        return;
+    }
+    if (!isAudioFile(file.absoluteFilePath())) {
+        m_services->servicesProvider().showError(
+            QStringLiteral(
+                "Cannot play “%1”: it is not an audio file Parlino can play (MP3, Ogg, Opus, FLAC, WAV, AAC or M4A).")
+                .arg(path));
         return;
     }
     PLOG(lcApp) << "▶️ Playing " << file.absoluteFilePath();

@@ -1,5 +1,6 @@
 #include "PlaybackFixtures.h"
 #include "TestEnvironment.h"
+#include "playback/AudioFileType.h"
 #include "playback/MpvAudioEngine.h"
 #include "speech/SpeechStream.h"
 
@@ -23,6 +24,7 @@ private Q_SLOTS:
     void replacedFileReportsNothing();
     void unreadableFilesFailToLoad_data();
     void unreadableFilesFailToLoad();
+    void audioIsKnownByContentNotName();
     void playsAudioWhileItArrives();
     void stopWhileWaitingForAudio();
 
@@ -132,11 +134,31 @@ void MpvAudioEngineTest::replacedFileReportsNothing()
     QCOMPARE(engine.position(), 0.0);
 }
 
+void MpvAudioEngineTest::audioIsKnownByContentNotName()
+{
+    const auto write = [this](const QString &name, const QByteArray &content) {
+        QFile file(m_dir.filePath(name));
+        file.open(QIODevice::WriteOnly);
+        file.write(content);
+        return file.fileName();
+    };
+    QFile speech(m_speech);
+    QVERIFY(speech.open(QIODevice::ReadOnly));
+    QVERIFY(isAudioFile(m_speech));
+    QVERIFY(isAudioFile(write(QStringLiteral("speech-without-extension"), speech.readAll())));
+    QVERIFY(!isAudioFile(write(QStringLiteral("list.mp3"), "#EXTM3U\n" + m_speech.toUtf8() + "\n")));
+    QVERIFY(!isAudioFile(write(QStringLiteral("notes.mp3"), "just some words\n")));
+    QVERIFY(!isAudioFile(m_dir.filePath(QStringLiteral("missing.mp3"))));
+}
+
 void MpvAudioEngineTest::unreadableFilesFailToLoad_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::newRow("missing") << QByteArray();
     QTest::newRow("not audio") << QByteArray("this is a text file, not an MP3\n").repeated(40);
+    // A played file never leads the engine to the files it names, even when they are real audio.
+    QTest::newRow("playlist") << QByteArray("#EXTM3U\n#EXTINF:3,Speech\n" + m_speech.toUtf8() + "\n");
+    QTest::newRow("pls playlist") << QByteArray("[playlist]\nFile1=" + m_speech.toUtf8() + "\nNumberOfEntries=1\n");
 }
 
 void MpvAudioEngineTest::unreadableFilesFailToLoad()
