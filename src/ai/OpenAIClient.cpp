@@ -152,10 +152,11 @@ OpenAIClient::OpenAIClient(OpenAIConnection &connection, SpeechSynthesizer &spee
 
 OpenAIClient::~OpenAIClient() = default;
 
-QCoro::Task<QString> OpenAIClient::generateSpeech(QString text, TTSVoice voice, double speed)
+QCoro::Task<QString> OpenAIClient::generateSpeech(QString text, TTSVoice voice, double speed,
+                                                  std::function<bool()> shouldStop)
 {
     // Named, not a temporary: GCC 12 destroys temporaries inside a co_await expression twice.
-    QCoro::Task<QString> speech = m_speech.generateSpeech(text, voice, speed);
+    QCoro::Task<QString> speech = m_speech.generateSpeech(text, voice, speed, std::move(shouldStop));
     co_return co_await speech;
 }
 

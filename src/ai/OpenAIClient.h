@@ -13,6 +13,7 @@
 #include <QString>
 #include <qcoro/qcorotask.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -44,8 +45,9 @@ public:
 
     // The MP3 file for text, read by voice at speed (see SpeechSynthesizer::generateSpeech). The
     // returned file belongs to the caller, except a file inside the cache's folder (a cache hit for a
-    // short text), which the caller must not delete.
-    QCoro::Task<QString> generateSpeech(QString text, TTSVoice voice, double speed);
+    // short text), which the caller must not delete. An empty path when shouldStop ended it early.
+    QCoro::Task<QString> generateSpeech(QString text, TTSVoice voice, double speed,
+                                        std::function<bool()> shouldStop = {});
     // The same speech delivered into `stream` as it arrives (see SpeechSynthesizer::streamSpeech).
     QCoro::Task<> streamSpeech(QString text, TTSVoice voice, double speed, std::shared_ptr<SpeechStream> stream);
     // The voice part of the cache key for speech read now in `voice` (the provider's own voice).

@@ -14,6 +14,7 @@
 #include "usage/UsageTrackingService.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QLocale>
 #include <QTemporaryFile>
 #include <QUrl>
@@ -181,6 +182,16 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
     // A huge text would be hundreds of paid requests: it is refused before the first one.
     if (!checkLength(text).isEmpty())
         co_return;
+    const quint64 serial = ++m_flowSerial;
+    if (const std::shared_ptr<SpeechStream> running = m_flowStream.lock()) {
+        PLOG(lcApp) << "⏹️ A new request replaces the reading still arriving";
+        running->cancel();
+    }
+    const auto replaced = [this, serial] { return serial != m_flowSerial; };
+    const auto endReplaced = [this, &texts] {
+        PLOG(lcApp) << "⏹️ " << texts.failureLog << " replaced by a newer request";
+        Q_EMIT flowFinished(texts.flowName, QString());
+    };
     beginFlow(text, texts.startMessage);
     m_state.setCurrentPlayingTitle(texts.titlePrefix + preview(text));
     const TTSVoice voice = m_state.selectedVoice();
@@ -198,9 +209,13 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         if (flow == Flow::readSummary) {
             QCoro::Task<QString> summarizing = m_client.summarize(text, SummaryLength::medium);
             spoken = co_await summarizing;
+            if (replaced())
+                co_return endReplaced();
         } else if (flow == Flow::createPodcast) {
             QCoro::Task<QString> scripting = m_client.generatePodcastScript(text, m_state.selectedPodcastType());
             spoken = co_await scripting;
+            if (replaced())
+                co_return endReplaced();
             m_state.setProcessingMessage(QStringLiteral("Generating podcast audio..."));
         } else {
             PLOG(lcApp) << "🎤 Calling OpenAIClient.generateSpeech with text length: " << text.size()
@@ -210,6 +225,7 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         if (m_playStream && m_streamingEnabled && m_streamingEnabled()) {
             // Sound starts with the first bytes; the flow ends when the last chunk has arrived.
             stream = std::make_shared<SpeechStream>();
+            m_flowStream = stream;
             // The stream outlives this flow in the player, so the first audio's time is kept apart.
             connect(stream.get(), &SpeechStream::grown, this, [firstAudio, clock](double) {
                 if (!*firstAudio)
@@ -218,6 +234,8 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             m_playStream(stream);
             QCoro::Task<> streaming = m_client.streamSpeech(spoken, voice, speed, stream);
             co_await streaming;
+            if (replaced())
+                co_return endReplaced();
             if (stream->isCancelled()) {
                 PLOG(lcApp) << "⏹️ " << texts.failureLog << " stopped by the listener";
                 m_state.setIsProcessing(false);
@@ -243,8 +261,13 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             co_return;
         }
 
-        QCoro::Task<QString> speech = m_client.generateSpeech(spoken, voice, speed);
+        QCoro::Task<QString> speech = m_client.generateSpeech(spoken, voice, speed, replaced);
         file = co_await speech;
+        if (replaced()) {
+            if (!file.isEmpty() && !m_cache.ownsFile(file))
+                QFile::remove(file);
+            co_return endReplaced();
+        }
         figures.generationMs = clock.elapsed();
         if (flow == Flow::readAloud)
             PLOG(lcApp) << "✅ Successfully generated audio at: " << file;
@@ -255,6 +278,8 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         if (flow == Flow::createPodcast) {
             QCoro::Task<QString> titling = m_client.generateAudioTitle(spoken);
             const QString title = co_await titling;
+            if (replaced())
+                co_return endReplaced();
             PLOG(lcApp) << "🏷️ Generated title: " << title;
             m_state.setCurrentPlayingTitle(title);
         }
@@ -273,6 +298,8 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
             m_activityNotice();
     } catch (const std::exception &error) {
         PLOG(lcApp) << "❌ " << texts.failureLog << " failed: " << describe(error);
+        if (replaced())
+            co_return endReplaced();
         if (stream && stream->arrivedSeconds() > 0) {
             // What arrived keeps playing in the open player; the failure is told once it has been heard.
             m_state.setIsProcessing(false);
@@ -284,6 +311,8 @@ QCoro::Task<> ServicesProvider::runFlow(Flow flow, QString text)
         }
         co_return;
     }
+    if (replaced())
+        co_return endReplaced();
     finishAndPlay(texts.flowName, file);
 }
 

@@ -49,6 +49,8 @@ public:
     // request. Without this call the default limit applies.
     void setMaxTextLength(std::function<qint64()> maxLength) { m_maxTextLength = std::move(maxLength); }
 
+    // One flow runs at a time: starting one replaces the flow still running, which then requests
+    // nothing more and neither plays nor reports anything.
     QCoro::Task<> processReadAloud(QString text);
     QCoro::Task<> processReadSummary(QString text);
     QCoro::Task<> processCreatePodcast(QString text);
@@ -104,6 +106,10 @@ private:
     std::function<void()> m_activityNotice;
     // Readings that went on offline because OpenAI could not be reached, so far.
     int m_connectionFallbacks = 0;
+    // The number of the newest flow; an older one has been replaced and requests nothing more.
+    quint64 m_flowSerial = 0;
+    // The speech of the newest flow while it arrives, cancelled when a newer flow replaces it.
+    std::weak_ptr<SpeechStream> m_flowStream;
 };
 
 } // namespace parlino

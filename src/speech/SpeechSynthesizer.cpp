@@ -194,7 +194,8 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeechChunk(QString text, TTSVoi
     co_return co_await again;
 }
 
-QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice voice, double speed)
+QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice voice, double speed,
+                                                       SpeechProvider::StopCheck shouldStop)
 {
     const int length = characterCount(text);
     PLOG(lcSpeech) << "🔍 OpenAIClient.generateSpeech called";
@@ -206,7 +207,7 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
     const QString voiceId = cacheVoice(voice);
     try {
         if (length > maxChunkSize) {
-            QCoro::Task<QString> chunked = generateMultiChunkSpeech(text, voice, speed);
+            QCoro::Task<QString> chunked = generateMultiChunkSpeech(text, voice, speed, shouldStop);
             co_return co_await chunked;
         }
         announceReading();
@@ -218,8 +219,10 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
         }
         PLOG(lcSpeech) << "💾 Cache MISS for single chunk - generating new audio";
         Reading reading;
-        QCoro::Task<QString> request = generateSpeechChunk(text, voice, speed, reading);
+        QCoro::Task<QString> request = generateSpeechChunk(text, voice, speed, reading, {}, shouldStop);
         const QString generated = co_await request;
+        if (generated.isEmpty())
+            co_return QString();
         // A retired model may have been replaced meanwhile, or the offline voice stood in: the key
         // names the voice that really read.
         const QString readBy = readerOf(reading).cacheVoice(voice);
@@ -232,7 +235,8 @@ QCoro::Task<QString> SpeechSynthesizer::generateSpeech(QString text, TTSVoice vo
     }
 }
 
-QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, TTSVoice voice, double speed)
+QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, TTSVoice voice, double speed,
+                                                                 SpeechProvider::StopCheck shouldStop)
 {
     PLOG(lcSpeech) << "⚠️ Text exceeds " << maxChunkSize << " characters, splitting into chunks...";
     const QStringList chunks = splitTextIntoChunks(text, maxChunkSize);
@@ -245,7 +249,18 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
     // Strictly one request after another, in reading order.
     Reading reading;
     QStringList chunkFiles;
+    const auto dropGenerated = [this](const QStringList &files) {
+        for (const QString &path : files) {
+            if (!m_cache.ownsFile(path))
+                QFile::remove(path);
+        }
+    };
     for (qsizetype i = 0; i < n; ++i) {
+        if (shouldStop && shouldStop()) {
+            PLOG(lcSpeech) << "⏹️ Reading stopped before chunk " << (i + 1) << '/' << n;
+            dropGenerated(chunkFiles);
+            co_return QString();
+        }
         Q_EMIT progressChanged(0.5 + 0.4 * static_cast<double>(i) / static_cast<double>(n),
                                QStringLiteral("Generating audio (%1/%2 chunks)...").arg(i + 1).arg(n));
         PLOG(lcSpeech) << "🎙️ Generating audio for chunk " << (i + 1) << '/' << n;
@@ -257,8 +272,12 @@ QCoro::Task<QString> SpeechSynthesizer::generateMultiChunkSpeech(QString text, T
             continue;
         }
         PLOG(lcSpeech) << "💾 Cache MISS for chunk " << (i + 1);
-        QCoro::Task<QString> request = generateSpeechChunk(chunk, voice, speed, reading);
+        QCoro::Task<QString> request = generateSpeechChunk(chunk, voice, speed, reading, {}, shouldStop);
         const QString generated = co_await request;
+        if (generated.isEmpty()) {
+            dropGenerated(chunkFiles);
+            co_return QString();
+        }
         const QString readBy = readerOf(reading).cacheVoice(voice);
         co_await m_cache.cacheAudio(generated, chunk, readBy, speed);
         PLOG(lcSpeech) << "💾 Cached chunk " << (i + 1);

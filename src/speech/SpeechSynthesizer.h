@@ -65,8 +65,10 @@ public:
 
     // The MP3 file for text, read by voice at speed; progress is announced with progressChanged().
     // The returned file belongs to the caller, except a file inside the cache's folder (a cache hit
-    // for a short text), which the caller must not delete.
-    QCoro::Task<QString> generateSpeech(QString text, TTSVoice voice, double speed);
+    // for a short text), which the caller must not delete. Once shouldStop says so, no further piece is
+    // requested and the result is an empty path.
+    QCoro::Task<QString> generateSpeech(QString text, TTSVoice voice, double speed,
+                                        SpeechProvider::StopCheck shouldStop = {});
 
     // The same speech delivered into `stream` as it arrives, so playback can start with the first
     // bytes: the pieces are requested one at a time, the next as soon as the previous has arrived, and
@@ -101,7 +103,8 @@ private:
     QCoro::Task<QString> generateSpeechChunk(QString text, TTSVoice voice, double speed, Reading &reading,
                                              SpeechProvider::AudioReceiver onAudio = {},
                                              SpeechProvider::StopCheck shouldStop = {});
-    QCoro::Task<QString> generateMultiChunkSpeech(QString text, TTSVoice voice, double speed);
+    QCoro::Task<QString> generateMultiChunkSpeech(QString text, TTSVoice voice, double speed,
+                                                  SpeechProvider::StopCheck shouldStop);
     // Switches the settings away from the provider's retired model; true when a successor now reads.
     bool switchFromRetiredModel(const SpeechProvider &provider);
 

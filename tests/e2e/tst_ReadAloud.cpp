@@ -3,6 +3,9 @@
 #include "RealtimeTestServer.h"
 #include "TestEnvironment.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCall>
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
@@ -199,6 +202,63 @@ private Q_SLOTS:
         QCOMPARE(spokenInputs(m_server).size(), 1);
     }
 
+    void requestsInAFloodStartOneReadingAtATime()
+    {
+        // Twenty requests within a second on the session bus, as a script in a loop would send them:
+        // a few are taken, each replacing the one before, the rest refused; only the newest reading
+        // goes on past its first piece, and it is the one played.
+        m_server.setSpeechPace(2000);
+        const int playsBefore = plays();
+        const auto text = [](int request) {
+            QString body = QStringLiteral("Request %1 begins here. ").arg(request);
+            while (body.size() < 6000)
+                body += QStringLiteral("Its sentences go on for a while. ");
+            return body;
+        };
+        QList<QDBusPendingCall> calls;
+        for (int request = 1; request <= 20; ++request) {
+            QDBusMessage message = QDBusMessage::createMethodCall(
+                QStringLiteral("com.parlino.app"), QStringLiteral("/com/parlino/Services"),
+                QStringLiteral("com.parlino.Services"), QStringLiteral("ReadAloud"));
+            message.setArguments({text(request)});
+            calls << QDBusConnection::sessionBus().asyncCall(message);
+        }
+        QStringList refusals;
+        for (QDBusPendingCall &call : calls) {
+            call.waitForFinished();
+            if (call.isError())
+                refusals << call.error().message();
+        }
+        // The requests of the test before count too when they were within the same ten seconds.
+        const int taken = 20 - static_cast<int>(refusals.size());
+        QVERIFY2(taken >= 3 && taken <= 5, qPrintable(QString::number(taken)));
+        QVERIFY2(refusals.first().startsWith(QStringLiteral("Too many requests")), qPrintable(refusals.first()));
+
+        // The last reading taken has its second piece is asked for; no earlier reading's is (the pieces after the
+        // first do not start with "Request").
+        const auto count = [this](const QString &start) {
+            const QStringList inputs = spokenInputs(m_server);
+            return std::count_if(inputs.cbegin(), inputs.cend(),
+                                 [&](const QString &input) { return input.startsWith(start); });
+        };
+        const auto laterPieces = [this] {
+            const QStringList inputs = spokenInputs(m_server);
+            return std::count_if(inputs.cbegin(), inputs.cend(),
+                                 [](const QString &input) { return !input.startsWith(QStringLiteral("Request")); });
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(laterPieces() >= 1, 30000);
+        QTest::qWait(1500);
+        QCOMPARE(laterPieces(), 1);
+        QCOMPARE(count(QStringLiteral("Request %1 begins").arg(taken)), 1);
+        for (int request = 1; request < taken; ++request)
+            QVERIFY(count(QStringLiteral("Request %1 begins").arg(request)) <= 1);
+        QTRY_COMPARE_WITH_TIMEOUT(plays(), playsBefore + 1, 15000);
+        QTest::qWait(500);
+        QCOMPARE(plays(), playsBefore + 1);
+        pressKeys(QStringLiteral("super+shift+s"));
+        m_server.setSpeechPace(0);
+    }
+
     void streamedReadingStartsAtOnceAndStopsItsRequests()
     {
         // The same app with its default: speech is played while it arrives, shaped like the real service.
@@ -239,11 +299,13 @@ private Q_SLOTS:
         m_server.setRetiredModels({QStringLiteral("tts-1")});
         const int notificationsBefore = notificationCount();
         const QString first = QStringLiteral("The speech model behind this sentence was retired yesterday.");
+        const auto streamed = [this] { return m_app->lines().count(QStringLiteral("✅ Successfully streamed audio")); };
         {
+            const qsizetype before = streamed();
             SelectionApp selection(QStringLiteral("primary"), first);
             QVERIFY(selection.waitUntilReady());
             pressKeys(QStringLiteral("super+shift+r"));
-            QVERIFY(m_app->waitForLine(QStringLiteral("✅ Successfully streamed audio")));
+            QTRY_COMPARE_WITH_TIMEOUT(streamed(), before + 1, 15000);
         }
         QCOMPARE(spokenInputs(m_server), QStringList{first});
         QCOMPARE(m_realtime.receivedEvents(QStringLiteral("response.create")).size(), 1);

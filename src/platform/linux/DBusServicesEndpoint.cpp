@@ -1,6 +1,7 @@
 #include "platform/linux/DBusServicesEndpoint.h"
 
 #include "core/Error.h"
+#include "core/Logging.h"
 #include "platform/linux/DBusApplicationService.h"
 
 #include <QCoreApplication>
@@ -27,6 +28,31 @@ bool DBusServicesEndpoint::registerOn(QDBusConnection bus)
     return bus.registerObject(objectPath, this, QDBusConnection::ExportScriptableSlots);
 }
 
+void DBusServicesEndpoint::limitRate(int limit, std::chrono::milliseconds window, const Clock &clock)
+{
+    m_rateLimit.emplace(limit, window, clock);
+}
+
+QString DBusServicesEndpoint::rateLimitMessage() const
+{
+    const int limit = m_rateLimit ? m_rateLimit->limit() : 0;
+    const auto seconds =
+        m_rateLimit ? std::chrono::duration_cast<std::chrono::seconds>(m_rateLimit->window()).count() : 0;
+    return QStringLiteral("Too many requests: Parlino takes at most %1 texts in %2 seconds. Try again in a moment.")
+        .arg(limit)
+        .arg(seconds);
+}
+
+bool DBusServicesEndpoint::admit()
+{
+    if (!m_rateLimit || m_rateLimit->allow())
+        return true;
+    PWARN(lcApp) << "⚠️ Refused a request on the session bus: over the rate limit";
+    if (calledFromDBus())
+        sendErrorReply(errorName, rateLimitMessage());
+    return false;
+}
+
 void DBusServicesEndpoint::ReadAloud(const QString &text)
 {
     dispatch(QStringLiteral("ReadAloud"), text);
@@ -39,6 +65,8 @@ void DBusServicesEndpoint::ReadSummary(const QString &text)
 
 void DBusServicesEndpoint::dispatch(const QString &method, const QString &text)
 {
+    if (!admit())
+        return;
     const QString error = m_handler ? m_handler(method, text) : QStringLiteral("Parlino is not ready yet");
     if (!error.isEmpty() && calledFromDBus())
         sendErrorReply(errorName, error);
@@ -46,7 +74,7 @@ void DBusServicesEndpoint::dispatch(const QString &method, const QString &text)
 
 QString DBusServicesEndpoint::CreatePodcast(const QString &text, const QString &type)
 {
-    if (!calledFromDBus())
+    if (!calledFromDBus() || !admit())
         return {};
     if (!m_podcastHandler) {
         sendErrorReply(errorName, QStringLiteral("Parlino is not ready yet"));

@@ -1,19 +1,24 @@
 #pragma once
 
+#include "core/RateLimiter.h"
+
 #include <QDBusConnection>
 #include <QDBusContext>
 #include <QDBusMessage>
 #include <QObject>
 #include <qcoro/qcorotask.h>
 
+#include <chrono>
 #include <functional>
+#include <optional>
 
 namespace parlino {
 
 // The desktop's way into the read-aloud flows: com.parlino.Services on /com/parlino/Services of the
 // running instance, with ReadAloud(s) and ReadSummary(s). A call with no text answers the D-Bus error
 // "No text selected". Desktop shortcuts, file managers and `parlino --read-aloud` use it. CreatePodcast(s text,
-// s type) answers when the podcast is made, with its title (`parlino podcast`).
+// s type) answers when the podcast is made, with its title (`parlino podcast`). Any process on the session
+// bus can call it, so calls beyond a rate limit are refused with an error rather than started.
 class DBusServicesEndpoint final : public QObject, protected QDBusContext {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.parlino.Services")
@@ -31,6 +36,11 @@ public:
 
     explicit DBusServicesEndpoint(Handler handler, QObject *parent = nullptr);
     void setPodcastHandler(PodcastHandler handler) { m_podcastHandler = std::move(handler); }
+    // At most `limit` calls of any method within `window`; later ones get an error until the window
+    // has passed. Without this call every call is served.
+    void limitRate(int limit, std::chrono::milliseconds window, const Clock &clock);
+    // The error text of a call refused by the rate limit.
+    [[nodiscard]] QString rateLimitMessage() const;
 
     [[nodiscard]] bool registerOn(QDBusConnection bus);
 
@@ -50,12 +60,15 @@ public Q_SLOTS:
     Q_SCRIPTABLE QString CreatePodcast(const QString &text, const QString &type);
 
 private:
+    // False (and the error sent) when the call is over the rate limit.
+    bool admit();
     void dispatch(const QString &method, const QString &text);
 
     QCoro::Task<> answerPodcast(QDBusMessage call, QDBusConnection bus, QString text, QString type);
 
     Handler m_handler;
     PodcastHandler m_podcastHandler;
+    std::optional<RateLimiter> m_rateLimit;
 };
 
 } // namespace parlino
