@@ -137,6 +137,8 @@ void OpenAIConnection::guard(QNetworkReply &reply, RequestPolicy::Limits limits)
 
 OpenAIConnection::HttpAnswer OpenAIConnection::answerOf(QNetworkReply &reply, QByteArray alreadyRead)
 {
+    if (std::optional<NetworkError> refused = RequestPolicy::failureOf(reply))
+        throw *refused; // the policy ended it: nothing of it is to be read
     const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
     const QByteArray received = alreadyRead + reply.readAll();
     // A success that broke off after announcing its length says how much of it came, which tells a
