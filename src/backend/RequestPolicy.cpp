@@ -50,14 +50,17 @@ bool RequestPolicy::isSameOrigin(const QUrl &a, const QUrl &b)
 
 std::optional<QString> RequestPolicy::refusalOf(const QUrl &url)
 {
-    if (url.scheme() == u"https" && !url.host().isEmpty())
+    // WebSockets (the Realtime API) follow the same rule: wss anywhere, ws only to this computer.
+    const bool secure = url.scheme() == u"https" || url.scheme() == u"wss";
+    const bool plain = url.scheme() == u"http" || url.scheme() == u"ws";
+    if (secure && !url.host().isEmpty())
         return std::nullopt;
-    if (url.scheme() == u"http" && isLoopback(url))
+    if (plain && isLoopback(url))
         return std::nullopt;
-    if (url.scheme() == u"http")
-        return QStringLiteral("Refused to send a request to %1 over plain http: only this computer is asked "
+    if (plain)
+        return QStringLiteral("Refused to send a request to %1 over plain %2: only this computer is asked "
                               "without https.")
-            .arg(url.host());
+            .arg(url.host(), url.scheme());
     return QStringLiteral("Refused to send a request to %1: only https addresses are used.")
         .arg(url.toDisplayString(QUrl::RemoveUserInfo | QUrl::RemoveQuery));
 }

@@ -39,7 +39,7 @@ public:
     [[nodiscard]] static bool isLoopback(const QUrl &url);
     // Same scheme, host and port (a missing port counts as the scheme's own).
     [[nodiscard]] static bool isSameOrigin(const QUrl &a, const QUrl &b);
-    // Why url may not be asked, or nothing: https anywhere, http only to a loopback host.
+    // Why url may not be asked, or nothing: https and wss anywhere, http and ws only to a loopback host.
     [[nodiscard]] static std::optional<QString> refusalOf(const QUrl &url);
     // Throws NetworkError when refusalOf(url) says no; called before anything is sent.
     static void checkURL(const QUrl &url);

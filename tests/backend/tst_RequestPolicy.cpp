@@ -43,9 +43,12 @@ private Q_SLOTS:
         const QUrl models = *connection.endpoint(QStringLiteral("/models"));
 
         // Plain http reaches only this computer; anything else is refused before a request starts.
-        for (const char *url : {"http://127.0.0.1:9/v1", "http://127.8.9.10/v1", "http://[::1]:9/v1",
-                                "http://LocalHost:9/v1", "https://api.openai.com/v1"})
+        for (const char *url :
+             {"http://127.0.0.1:9/v1", "http://127.8.9.10/v1", "http://[::1]:9/v1", "http://LocalHost:9/v1",
+              "https://api.openai.com/v1", "ws://127.0.0.1:9/v1", "wss://api.openai.com/v1"})
             QVERIFY2(!RequestPolicy::refusalOf(QUrl(QString::fromLatin1(url))), url);
+        for (const char *url : {"ws://api.openai.com/v1", "http://127.evil.example/v1", "ftp://127.0.0.1/v1"})
+            QVERIFY2(RequestPolicy::refusalOf(QUrl(QString::fromLatin1(url))), url);
         OpenAIConnection plain(QStringLiteral("secret-key"), QStringLiteral("http://api.openai.com/v1"), &network);
         const auto refused = awaitTask(plain.getJSON(*plain.endpoint(QStringLiteral("/models"))));
         QCOMPARE(refused.error, QStringLiteral("Refused to send a request to api.openai.com over plain http: only "
