@@ -562,6 +562,20 @@ OpenAITestServer::Answer OpenAITestServer::answerConfig(const Request &request)
         for (const QJsonValue &model : config.value(u"retiredModels").toArray())
             m_retiredModels.append(model.toString());
     }
+    if (config.contains(u"fault")) {
+        static const QHash<QString, Fault> kinds{
+            {QStringLiteral("none"), Fault::none},           {QStringLiteral("cutShort"), Fault::cutShort},
+            {QStringLiteral("stall"), Fault::stall},         {QStringLiteral("drip"), Fault::drip},
+            {QStringLiteral("redirect"), Fault::redirect},   {QStringLiteral("htmlPage"), Fault::htmlPage},
+            {QStringLiteral("emptyBody"), Fault::emptyBody}, {QStringLiteral("oversized"), Fault::oversized}};
+        const QJsonObject fault = config.value(u"fault").toObject();
+        m_faults.insert(fault.value(u"path").toString(),
+                        {kinds.value(fault.value(u"kind").toString(), Fault::none), fault.value(u"count").toInt(-1)});
+        if (fault.contains(u"redirectTo"))
+            m_redirectTarget = QUrl(fault.value(u"redirectTo").toString());
+        if (fault.contains(u"dripMs"))
+            m_dripInterval = std::chrono::milliseconds(fault.value(u"dripMs").toInteger());
+    }
     if (config.contains(u"models")) {
         const QJsonValue models = config.value(u"models");
         m_modelList = models.isArray() ? models.toArray() : defaultModelList();

@@ -35,7 +35,9 @@ namespace parlino::test {
 //                               "body": "...", "drop": bool, "afterSuccesses": n} or null,
 //                               "transcription": {"text": "...", "minSeconds": n, "maxSeconds": n},
 //                               "transcriptionFailure": as the failures above,
-//                               "retiredModels": ["tts-1", ...], "models": [{"id": ...}, ...] or null}
+//                               "retiredModels": ["tts-1", ...], "models": [{"id": ...}, ...] or null,
+//                               "fault": {"path": "/v1/audio/speech", "kind": "htmlPage", "count": n,
+//                                         "redirectTo": "...", "dripMs": n}}
 //
 // Every request to /v1 is recorded. Failures, delays and dropped connections can be switched on, and
 // models can be retired: a speech or chat request naming one is refused as the service refuses them.
