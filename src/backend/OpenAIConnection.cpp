@@ -143,12 +143,17 @@ OpenAIConnection::HttpAnswer OpenAIConnection::answerOf(QNetworkReply &reply, QB
     const QByteArray received = alreadyRead + reply.readAll();
     // A success that broke off after announcing its length says how much of it came, which tells a
     // dropped download from a refused connection.
-    if (reply.error() == QNetworkReply::RemoteHostClosedError && announced.isValid()
-        && reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 200
-        && received.size() < announced.toLongLong())
-        throw NetworkError(reply.error(), QStringLiteral("OpenAI's answer was cut short (%1 of %2 bytes)")
-                                              .arg(RequestPolicy::groupedNumber(received.size()),
-                                                   RequestPolicy::groupedNumber(announced.toLongLong())));
+    if (reply.error() == QNetworkReply::RemoteHostClosedError
+        && reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 200) {
+        if (announced.isValid() && received.size() < announced.toLongLong())
+            throw NetworkError(reply.error(), QStringLiteral("OpenAI's answer was cut short (%1 of %2 bytes)")
+                                                  .arg(RequestPolicy::groupedNumber(received.size()),
+                                                       RequestPolicy::groupedNumber(announced.toLongLong())));
+        // Sent in chunks, without a length: the last chunk never came.
+        if (!announced.isValid())
+            throw NetworkError(reply.error(), QStringLiteral("OpenAI's answer was cut short (%1 bytes arrived)")
+                                                  .arg(RequestPolicy::groupedNumber(received.size())));
+    }
     HttpAnswer answer{answeredStatus(reply), received, {}, std::nullopt};
     answer.contentType = reply.header(QNetworkRequest::ContentTypeHeader).toByteArray();
     if (const qsizetype parameters = answer.contentType.indexOf(';'); parameters >= 0)
