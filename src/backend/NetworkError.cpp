@@ -1,5 +1,7 @@
 #include "backend/NetworkError.h"
 
+#include "backend/RequestPolicy.h"
+
 namespace parlino {
 
 NetworkError::NetworkError(QNetworkReply::NetworkError code, const QString &description)
@@ -10,6 +12,9 @@ NetworkError::NetworkError(QNetworkReply::NetworkError code, const QString &desc
 
 NetworkError NetworkError::fromReply(const QNetworkReply &reply)
 {
+    // A request the policy ended says which rule ended it.
+    if (std::optional<NetworkError> refused = RequestPolicy::failureOf(reply))
+        return *refused;
     // A transfer time-out aborts the reply, which Qt reports as a cancelled operation.
     if (reply.error() == QNetworkReply::OperationCanceledError || reply.error() == QNetworkReply::TimeoutError)
         return NetworkError(QNetworkReply::OperationCanceledError, QStringLiteral("The request timed out."));

@@ -124,7 +124,44 @@ QNetworkRequest OpenAIConnection::authorizedRequest(const QUrl &url, const std::
     QNetworkRequest request(url);
     request.setRawHeader("Authorization", "Bearer " + key.value_or(QString()).toUtf8());
     request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
+    RequestPolicy::prepare(request);
     return request;
+}
+
+void OpenAIConnection::guard(QNetworkReply &reply, RequestPolicy::Limits limits) const
+{
+    if (m_requestDeadline)
+        limits.deadline = *m_requestDeadline;
+    RequestPolicy::guard(reply, limits);
+}
+
+OpenAIConnection::HttpAnswer OpenAIConnection::answerOf(QNetworkReply &reply, QByteArray alreadyRead)
+{
+    if (std::optional<NetworkError> refused = RequestPolicy::failureOf(reply))
+        throw *refused; // the policy ended it: nothing of it is to be read
+    const QVariant announced = reply.header(QNetworkRequest::ContentLengthHeader);
+    const QByteArray received = alreadyRead + reply.readAll();
+    // A success that broke off after announcing its length says how much of it came, which tells a
+    // dropped download from a refused connection.
+    if (reply.error() == QNetworkReply::RemoteHostClosedError
+        && reply.attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() == 200) {
+        if (announced.isValid() && received.size() < announced.toLongLong())
+            throw NetworkError(reply.error(), QStringLiteral("OpenAI's answer was cut short (%1 of %2 bytes)")
+                                                  .arg(RequestPolicy::groupedNumber(received.size()),
+                                                       RequestPolicy::groupedNumber(announced.toLongLong())));
+        // Sent in chunks, without a length: the last chunk never came.
+        if (!announced.isValid())
+            throw NetworkError(reply.error(), QStringLiteral("OpenAI's answer was cut short (%1 bytes arrived)")
+                                                  .arg(RequestPolicy::groupedNumber(received.size())));
+    }
+    HttpAnswer answer{answeredStatus(reply), received, {}, std::nullopt};
+    answer.contentType = reply.header(QNetworkRequest::ContentTypeHeader).toByteArray();
+    if (const qsizetype parameters = answer.contentType.indexOf(';'); parameters >= 0)
+        answer.contentType.truncate(parameters);
+    answer.contentType = answer.contentType.trimmed().toLower();
+    if (announced.isValid())
+        answer.announcedLength = announced.toLongLong();
+    return answer;
 }
 
 int OpenAIConnection::answeredStatus(const QNetworkReply &reply)
@@ -140,8 +177,10 @@ int OpenAIConnection::answeredStatus(const QNetworkReply &reply)
     return status.toInt();
 }
 
-QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body, BodyReceiver onBody)
+QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, QJsonObject body, BodyReceiver onBody,
+                                                                     RequestPolicy::Limits limits)
 {
+    RequestPolicy::checkURL(url);
     QNetworkRequest request = authorizedRequest(url, m_apiKey);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
 
@@ -150,6 +189,7 @@ QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, Q
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->post(request, payload), [](QNetworkReply *finished) { finished->deleteLater(); });
     QNetworkReply *pending = reply.get();
+    guard(*pending, limits);
     auto streamed = std::make_shared<QByteArray>();
     if (onBody) {
         QObject::connect(pending, &QNetworkReply::readyRead, pending, [pending, streamed, onBody] {
@@ -162,11 +202,10 @@ QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postJSON(QUrl url, Q
     }
     co_await pending;
 
-    const int status = answeredStatus(*reply);
-    QByteArray rest = reply->readAll();
-    if (onBody && status == 200 && !rest.isEmpty())
-        onBody(rest);
-    co_return HttpAnswer{status, *streamed + rest};
+    HttpAnswer answer = answerOf(*reply, *streamed);
+    if (onBody && answer.statusCode == 200 && answer.body.size() > streamed->size())
+        onBody(answer.body.mid(streamed->size()));
+    co_return answer;
 }
 
 QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::getJSON(QUrl url)
@@ -201,27 +240,31 @@ QCoro::Task<std::optional<QString>> OpenAIConnection::checkAPIKey(QString key)
 
 QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::get(QUrl url, std::optional<QString> key)
 {
+    RequestPolicy::checkURL(url);
     QNetworkRequest request = authorizedRequest(url, key);
     request.setRawHeader("Accept", "application/json");
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->get(request), [](QNetworkReply *finished) { finished->deleteLater(); });
     QNetworkReply *pending = reply.get();
+    guard(*pending, RequestPolicy::smallJSON);
     co_await pending;
-    const int status = answeredStatus(*reply);
-    co_return HttpAnswer{status, reply->readAll()};
+    co_return answerOf(*reply, {});
 }
 
 QCoro::Task<OpenAIConnection::HttpAnswer> OpenAIConnection::postMultipart(QUrl url, QHttpMultiPart *parts)
 {
+    // The parts are ours from here, whether or not the request goes out.
+    std::unique_ptr<QHttpMultiPart> owned(parts);
+    RequestPolicy::checkURL(url);
     const QNetworkRequest request = authorizedRequest(url, m_apiKey);
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         m_network->post(request, parts), [](QNetworkReply *finished) { finished->deleteLater(); });
     // The body is read while the request goes out, so it lives as long as the reply.
-    parts->setParent(reply.get());
+    owned.release()->setParent(reply.get());
     QNetworkReply *pending = reply.get();
+    guard(*pending, RequestPolicy::longJSON);
     co_await pending;
-    const int status = answeredStatus(*reply);
-    co_return HttpAnswer{status, reply->readAll()};
+    co_return answerOf(*reply, {});
 }
 
 } // namespace parlino

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "backend/RequestPolicy.h"
+
 #include <QByteArray>
 #include <QJsonObject>
 #include <QObject>
@@ -34,6 +36,10 @@ public:
     struct HttpAnswer {
         int statusCode = 0;
         QByteArray body;
+        // The Content-Type without its parameters ("audio/mpeg"), empty when none was given.
+        QByteArray contentType;
+        // The Content-Length the server announced, when it did.
+        std::optional<qint64> announcedLength;
     };
 
     // apiKey: the key sent as bearer token (an absent key is sent empty and the service refuses it).
@@ -59,6 +65,8 @@ public:
     void setWebSocketBaseURL(QString url);
     // Idle time after which a request gives up; 60 s unless a test shortens it.
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_requestTimeout = timeout; }
+    // A deadline for every request in place of each request's own (RequestPolicy's limits); for tests.
+    void setRequestDeadline(std::optional<std::chrono::milliseconds> deadline) { m_requestDeadline = deadline; }
 
     // baseURL + path, or nothing when that is no usable URL.
     [[nodiscard]] std::optional<QUrl> endpoint(const QString &path) const;
@@ -69,9 +77,11 @@ public:
     using BodyReceiver = std::function<void(const QByteArray &piece)>;
 
     // POSTs body as JSON with the key; any HTTP answer comes back, whatever its status. An answer
-    // that breaks off (the connection lost, a time-out) is a NetworkError, never a short body.
-    // onBody, when given, sees a 200 answer's body as it streams in.
-    QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {});
+    // that breaks off (the connection lost, a time-out) is a NetworkError, never a short body; so is
+    // a URL that RequestPolicy refuses, before anything is sent. onBody, when given, sees a 200
+    // answer's body as it streams in. limits: the deadline and the largest body (speech passes audio).
+    QCoro::Task<HttpAnswer> postJSON(QUrl url, QJsonObject body, BodyReceiver onBody = {},
+                                     RequestPolicy::Limits limits = RequestPolicy::longJSON);
     // GETs url with the key, asking for JSON; any HTTP answer comes back as for postJSON.
     QCoro::Task<HttpAnswer> getJSON(QUrl url);
     // POSTs a multipart/form-data body (file uploads) with the key; takes ownership of parts. Any HTTP
@@ -86,6 +96,10 @@ Q_SIGNALS:
 
 private:
     [[nodiscard]] QNetworkRequest authorizedRequest(const QUrl &url, const std::optional<QString> &key) const;
+    // Puts reply under the request policy with limits, or the test's deadline.
+    void guard(QNetworkReply &reply, RequestPolicy::Limits limits) const;
+    // The finished reply as an answer; alreadyRead: the body bytes taken from it while it arrived.
+    [[nodiscard]] static HttpAnswer answerOf(QNetworkReply &reply, QByteArray alreadyRead);
     QCoro::Task<HttpAnswer> get(QUrl url, std::optional<QString> key);
     // The answer's status; throws NetworkError or OpenAIError when there was no HTTP answer.
     [[nodiscard]] static int answeredStatus(const QNetworkReply &reply);
@@ -95,6 +109,7 @@ private:
     QString m_webSocketBaseURL;
     QNetworkAccessManager *m_network;
     std::chrono::milliseconds m_requestTimeout = defaultRequestTimeout;
+    std::optional<std::chrono::milliseconds> m_requestDeadline;
 };
 
 // The body of a failed answer as the error's message: its UTF-8 text, "Unknown error" when it is not UTF-8.

@@ -27,6 +27,11 @@ OpenAIError OpenAIError::invalidResponse()
     return OpenAIError(Kind::invalidResponse, QStringLiteral("Invalid response from server"));
 }
 
+OpenAIError OpenAIError::invalidResponse(const QString &description)
+{
+    return OpenAIError(Kind::invalidResponse, description);
+}
+
 OpenAIError OpenAIError::noResponse()
 {
     return OpenAIError(Kind::noResponse, QStringLiteral("No response from API"));

@@ -13,6 +13,8 @@ public:
     [[nodiscard]] static OpenAIError apiError(int statusCode, const QString &message);
     [[nodiscard]] static OpenAIError invalidURL();
     [[nodiscard]] static OpenAIError invalidResponse();
+    // An answer that came whole but is not what was asked for; `description` says what is wrong.
+    [[nodiscard]] static OpenAIError invalidResponse(const QString &description);
     [[nodiscard]] static OpenAIError noResponse();
 
     [[nodiscard]] Kind kind() const noexcept { return m_kind; }

@@ -2,6 +2,7 @@
 
 #include "backend/DeviceIdentifier.h"
 #include "backend/NetworkError.h"
+#include "backend/RequestPolicy.h"
 #include "backend/SupabaseError.h"
 #include "core/Clock.h"
 #include "core/Defaults.h"
@@ -80,8 +81,11 @@ QString SupabaseService::getDeviceID()
 QCoro::Task<SupabaseService::Answer> SupabaseService::send(QByteArray method, QUrl url, SupabaseCredentials credentials,
                                                            QByteArray body)
 {
+    if (const std::optional<QString> refusal = RequestPolicy::refusalOf(url))
+        throw SupabaseError::transport(*refusal);
     QNetworkRequest request(url);
     request.setTransferTimeout(static_cast<int>(m_requestTimeout.count()));
+    RequestPolicy::prepare(request);
     request.setRawHeader("Content-Type", "application/json");
     request.setRawHeader("apikey", credentials.key.toUtf8());
     request.setRawHeader("Authorization", "Bearer " + credentials.key.toUtf8());
@@ -96,6 +100,7 @@ QCoro::Task<SupabaseService::Answer> SupabaseService::send(QByteArray method, QU
     // The coroutine resumes inside the reply's finished signal, so the reply must outlive this frame.
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         raw, [](QNetworkReply *finished) { finished->deleteLater(); });
+    RequestPolicy::guard(*raw, RequestPolicy::smallJSON);
     co_await raw;
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);

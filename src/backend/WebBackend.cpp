@@ -2,6 +2,7 @@
 
 #include "backend/CertificatePinningDelegate.h"
 #include "backend/NetworkError.h"
+#include "backend/RequestPolicy.h"
 
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
@@ -32,17 +33,20 @@ std::optional<QUrl> endpoint(const QString &origin, const QString &path)
 QCoro::Task<Answer> postJSON(QNetworkAccessManager &network, QUrl url, QJsonObject body,
                              QList<QPair<QByteArray, QByteArray>> headers, std::chrono::milliseconds timeout)
 {
+    RequestPolicy::checkURL(url);
     QNetworkRequest request(url);
     request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArrayLiteral("application/json"));
     for (const auto &[name, value] : headers)
         request.setRawHeader(name, value);
     request.setTransferTimeout(static_cast<int>(timeout.count()));
+    RequestPolicy::prepare(request);
 
     // The coroutine resumes inside the reply's finished signal, so the reply must outlive this frame.
     const std::unique_ptr<QNetworkReply, void (*)(QNetworkReply *)> reply(
         network.post(request, QJsonDocument(body).toJson(QJsonDocument::Compact)),
         [](QNetworkReply *finished) { finished->deleteLater(); });
     QNetworkReply *pending = reply.get();
+    RequestPolicy::guard(*pending, RequestPolicy::smallJSON);
     co_await pending;
 
     const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);

@@ -5,6 +5,7 @@
 #include "backend/NetworkError.h"
 #include "backend/OpenAIConnection.h"
 #include "backend/OpenAIError.h"
+#include "backend/RequestPolicy.h"
 #include "core/Logging.h"
 #include "speech/Mp3Encoder.h"
 #include "speech/TemporaryAudio.h"
@@ -339,6 +340,7 @@ QCoro::Task<QString> RealtimeSpeechProvider::synthesize(QString text, TTSVoice v
     std::optional<QUrl> url = m_connection.webSocketEndpoint(QStringLiteral("/realtime"));
     if (!url)
         throw OpenAIError::invalidURL();
+    RequestPolicy::checkURL(*url);
     QUrlQuery query;
     query.addQueryItem(QStringLiteral("model"), modelName);
     url->setQuery(query);

@@ -4,6 +4,7 @@
 #include "TestEnvironment.h"
 #include "backend/ModelSettings.h"
 #include "backend/OpenAIConnection.h"
+#include "backend/RequestPolicy.h"
 #include "core/Defaults.h"
 #include "core/SettingsKeys.h"
 #include "speech/OfflineSpeechProvider.h"
@@ -446,21 +447,63 @@ private Q_SLOTS:
         QVERIFY(stream->isCancelled());
     }
 
-    void bodyCutShortIsNeverCached()
+    void badAnswersAreRefusedAndNeverCached_data()
     {
-        m_server.setSpeechFailure(OpenAITestServer::Failure::bodyCutShort());
+        QTest::addColumn<int>("fault");
+        QTest::addColumn<bool>("streamed");
+        QTest::addColumn<QString>("error"); // %1, %2: half and all of the MP3's length
+        using Fault = OpenAITestServer::Fault;
+        for (const bool streamed : {false, true}) {
+            const char *path = streamed ? "streamed" : "whole file";
+            QTest::addRow("cut short, %s", path)
+                << int(Fault::cutShort) << streamed << QStringLiteral("OpenAI's answer was cut short (%1 of %2 bytes)");
+            QTest::addRow("connection reset, %s", path)
+                << -1 << streamed << QStringLiteral("OpenAI's answer was cut short (%1 of %2 bytes)");
+            QTest::addRow("html page, %s", path) << int(Fault::htmlPage) << streamed
+                                                 << QStringLiteral("OpenAI answered with text/html instead of audio");
+            QTest::addRow("empty body, %s", path)
+                << int(Fault::emptyBody) << streamed << QStringLiteral("OpenAI's answer held no audio");
+        }
+    }
+
+    void badAnswersAreRefusedAndNeverCached()
+    {
+        QFETCH(int, fault);
+        QFETCH(bool, streamed);
+        QFETCH(QString, error);
+        const QString text = QStringLiteral("Only a whole answer is worth keeping.");
+        const QByteArray mp3 = m_server.speechFor(text);
+        const auto grouped = [](qsizetype n) { return RequestPolicy::groupedNumber(n); };
+        if (error.contains(u'%'))
+            error = error.arg(grouped(mp3.size() / 2), grouped(mp3.size()));
+        if (fault < 0)
+            m_server.setSpeechFailure(OpenAITestServer::Failure::bodyCutShort()); // the connection is reset
+        else
+            m_server.setFault(QStringLiteral("/v1/audio/speech"), OpenAITestServer::Fault(fault), 1);
+
         auto stream = std::make_shared<SpeechStream>();
-        const auto outcome =
-            awaitTask(m_client->streamSpeech(QStringLiteral("Half of this arrives."), TTSVoice::alloy, 1.0, stream));
-        QVERIFY(outcome.error && !outcome.error->isEmpty());
-        QVERIFY(stream->hasFailed());
-        QCOMPARE(stream->error(), *outcome.error);
-        // What arrived stays playable; nothing of it is kept for a replay.
-        QCOMPARE_GT(stream->size(), 0);
+        const std::optional<QString> failure =
+            streamed ? awaitTask(m_client->streamSpeech(text, TTSVoice::alloy, 1.0, stream)).error : speak(text).error;
+        QCOMPARE(failure, error);
+        if (streamed) {
+            // The player stops with the reason; an answer that is no audio never reached it.
+            QVERIFY(stream->hasFailed());
+            QCOMPARE(stream->error(), error);
+            if (fault == int(OpenAITestServer::Fault::htmlPage) || fault == int(OpenAITestServer::Fault::emptyBody))
+                QCOMPARE(stream->size(), 0);
+        }
         QCOMPARE(cachedEntries(), 0);
-        // The whole-file path refuses the same short body.
-        QVERIFY(speak(QStringLiteral("Half of this arrives.")).error);
-        QCOMPARE(cachedEntries(), 0);
+        QVERIFY(temporaryMp3s().isEmpty());
+
+        // The next good answer is asked for anew and plays.
+        m_server.clearFailures();
+        const auto again = speak(text);
+        QVERIFY2(again.value, qPrintable(again.error.value_or(QString())));
+        QCOMPARE(m_server.requests(QStringLiteral("/audio/speech")).size(), 2);
+        QCOMPARE(readAll(*again.value), mp3);
+        const Probe played = probe(*again.value);
+        QVERIFY2(played.errors.isEmpty() && played.packets > 0, played.errors.constData());
+        QCOMPARE(cachedEntries(), 1);
     }
 };
 

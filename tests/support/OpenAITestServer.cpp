@@ -30,6 +30,7 @@ QByteArray reasonPhrase(int status)
 {
     switch (status) {
     case 200: return "OK";
+    case 307: return "Temporary Redirect";
     case 400: return "Bad Request";
     case 401: return "Unauthorized";
     case 404: return "Not Found";
@@ -340,6 +341,58 @@ void OpenAITestServer::setAcceptedKey(const QString &key)
     m_acceptedKey = key;
 }
 
+void OpenAITestServer::setFault(const QString &path, Fault fault, int count)
+{
+    QMutexLocker lock(&m_mutex);
+    m_faults.insert(path, {fault, count});
+}
+
+void OpenAITestServer::setDripInterval(std::chrono::milliseconds interval)
+{
+    QMutexLocker lock(&m_mutex);
+    m_dripInterval = interval;
+}
+
+void OpenAITestServer::setRedirectTarget(const QUrl &target)
+{
+    QMutexLocker lock(&m_mutex);
+    m_redirectTarget = target;
+}
+
+OpenAITestServer::Answer OpenAITestServer::withFault(const QString &path, Answer answer)
+{
+    QMutexLocker lock(&m_mutex);
+    const auto plan = m_faults.find(path);
+    if (plan == m_faults.end() || plan->fault == Fault::none || plan->remaining == 0)
+        return answer;
+    if (plan->remaining > 0)
+        --plan->remaining;
+    answer.fault = plan->fault;
+    answer.spreadSeconds = 0;
+    switch (plan->fault) {
+    case Fault::none: break;
+    case Fault::cutShort: answer.status = 200; break;
+    case Fault::stall:
+    case Fault::drip: answer.dripMs = static_cast<int>(m_dripInterval.count()); break;
+    case Fault::redirect:
+        answer = {307, "application/json", "{}"};
+        answer.fault = Fault::redirect;
+        answer.location = m_redirectTarget.toEncoded();
+        break;
+    case Fault::htmlPage:
+        answer = {200, "text/html; charset=utf-8",
+                  "<!DOCTYPE html><html><head><title>Network login</title></head><body><h1>Please sign in to "
+                  "use this network</h1></body></html>"};
+        break;
+    case Fault::emptyBody:
+        answer.status = 200;
+        answer.body.clear();
+        break;
+    case Fault::oversized: answer.status = 200; break;
+    }
+    return answer;
+}
+
 void OpenAITestServer::setDelay(std::chrono::milliseconds delay)
 {
     QMutexLocker lock(&m_mutex);
@@ -509,6 +562,20 @@ OpenAITestServer::Answer OpenAITestServer::answerConfig(const Request &request)
         for (const QJsonValue &model : config.value(u"retiredModels").toArray())
             m_retiredModels.append(model.toString());
     }
+    if (config.contains(u"fault")) {
+        static const QHash<QString, Fault> kinds{
+            {QStringLiteral("none"), Fault::none},           {QStringLiteral("cutShort"), Fault::cutShort},
+            {QStringLiteral("stall"), Fault::stall},         {QStringLiteral("drip"), Fault::drip},
+            {QStringLiteral("redirect"), Fault::redirect},   {QStringLiteral("htmlPage"), Fault::htmlPage},
+            {QStringLiteral("emptyBody"), Fault::emptyBody}, {QStringLiteral("oversized"), Fault::oversized}};
+        const QJsonObject fault = config.value(u"fault").toObject();
+        m_faults.insert(fault.value(u"path").toString(),
+                        {kinds.value(fault.value(u"kind").toString(), Fault::none), fault.value(u"count").toInt(-1)});
+        if (fault.contains(u"redirectTo"))
+            m_redirectTarget = QUrl(fault.value(u"redirectTo").toString());
+        if (fault.contains(u"dripMs"))
+            m_dripInterval = std::chrono::milliseconds(fault.value(u"dripMs").toInteger());
+    }
     if (config.contains(u"models")) {
         const QJsonValue models = config.value(u"models");
         m_modelList = models.isArray() ? models.toArray() : defaultModelList();
@@ -591,6 +658,7 @@ bool OpenAITestServer::handleRequest(const QHttpServerRequest &httpRequest, QTcp
                   openAIErrorBody(QStringLiteral("Unknown request URL: ") + request.path,
                                   QStringLiteral("invalid_request_error"))};
 
+    answer = withFault(request.path, std::move(answer));
     std::chrono::milliseconds delay;
     {
         QMutexLocker lock(&m_mutex);
@@ -607,6 +675,49 @@ void OpenAITestServer::missingHandler(const QHttpServerRequest &, QTcpSocket *so
     send(socket, {404, "application/json", openAIErrorBody(QStringLiteral("Not found"), QStringLiteral("not_found"))});
 }
 
+void OpenAITestServer::sendFaulty(QTcpSocket *socket, const Answer &answer, QByteArray head)
+{
+    constexpr int kOversizedPieceBytes = 256 * 1024;
+    constexpr qint64 kOversizedBytes = qint64(64) * 1024 * 1024;
+    if (answer.fault == Fault::oversized) {
+        // No length: the body runs until the connection closes, so only counting it can stop it.
+        socket->write(head + "Connection: close\r\n\r\n");
+        auto *timer = new QTimer(socket);
+        auto sent = std::make_shared<qint64>(0);
+        QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, sent] {
+            if (*sent >= kOversizedBytes || socket->state() != QAbstractSocket::ConnectedState) {
+                timer->stop();
+                socket->disconnectFromHost();
+                return;
+            }
+            socket->write(QByteArray(kOversizedPieceBytes, 'x'));
+            *sent += kOversizedPieceBytes;
+        });
+        timer->start(5);
+        return;
+    }
+    socket->write(head + "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n\r\n");
+    if (answer.fault == Fault::cutShort) {
+        // Half the body, then an orderly close, as a proxy that gives up does.
+        socket->write(answer.body.left(answer.body.size() / 2));
+        socket->disconnectFromHost();
+        return;
+    }
+    if (answer.fault == Fault::stall)
+        return;
+    auto *timer = new QTimer(socket);
+    auto position = std::make_shared<qsizetype>(0);
+    QObject::connect(timer, &QTimer::timeout, socket, [socket, timer, position, body = answer.body] {
+        if (*position >= body.size()) {
+            timer->stop();
+            return;
+        }
+        socket->write(body.mid(*position, 1));
+        ++*position;
+    });
+    timer->start(std::max(1, answer.dripMs));
+}
+
 void OpenAITestServer::send(QTcpSocket *socket, const Answer &answer)
 {
     if (answer.drop) {
@@ -616,6 +727,13 @@ void OpenAITestServer::send(QTcpSocket *socket, const Answer &answer)
     QByteArray out = "HTTP/1.1 " + QByteArray::number(answer.status) + ' ' + reasonPhrase(answer.status) + "\r\n";
     if (!answer.contentType.isEmpty())
         out += "Content-Type: " + answer.contentType + "\r\n";
+    if (!answer.location.isEmpty())
+        out += "Location: " + answer.location + "\r\n";
+    if (answer.fault != Fault::none && answer.fault != Fault::redirect && answer.fault != Fault::htmlPage
+        && answer.fault != Fault::emptyBody) {
+        sendFaulty(socket, answer, out);
+        return;
+    }
     // A cut-short body still announces its whole length, as a proxy that loses the connection does.
     out += "Content-Length: " + QByteArray::number(answer.body.size()) + "\r\n\r\n";
     const qsizetype sent = answer.cutShort ? answer.body.size() / 2 : answer.body.size();

@@ -35,10 +35,13 @@ namespace parlino::test {
 //                               "body": "...", "drop": bool, "afterSuccesses": n} or null,
 //                               "transcription": {"text": "...", "minSeconds": n, "maxSeconds": n},
 //                               "transcriptionFailure": as the failures above,
-//                               "retiredModels": ["tts-1", ...], "models": [{"id": ...}, ...] or null}
+//                               "retiredModels": ["tts-1", ...], "models": [{"id": ...}, ...] or null,
+//                               "fault": {"path": "/v1/audio/speech", "kind": "htmlPage", "count": n,
+//                                         "redirectTo": "...", "dripMs": n}}
 //
 // Every request to /v1 is recorded. Failures, delays and dropped connections can be switched on, and
 // models can be retired: a speech or chat request naming one is refused as the service refuses them.
+// A fault (setFault) bends the answer of one path the way broken servers and proxies do.
 class OpenAITestServer final : public QAbstractHttpServer {
     Q_OBJECT
 public:
@@ -67,6 +70,18 @@ public:
         }
         [[nodiscard]] static Failure dropped() { return {0, {}, true, false}; }
         [[nodiscard]] static Failure bodyCutShort() { return {200, {}, false, true}; }
+    };
+
+    // How the answer of a path goes wrong.
+    enum class Fault {
+        none,
+        cutShort,  // the whole length announced, half the body sent, the connection closed
+        stall,     // the headers, then nothing
+        drip,      // the headers, then one byte every dripInterval()
+        redirect,  // 307 to redirectTarget()
+        htmlPage,  // 200 with a proxy's HTML page
+        emptyBody, // 200 with the usual content type and no body
+        oversized, // 200 without a length, then data until the client hangs up (up to 64 MB)
     };
 
     // What the transcription endpoint answers, and the length an upload must have to get it.
@@ -121,6 +136,11 @@ public:
     [[nodiscard]] static QJsonArray defaultModelList();
     // The body the service answers for a request naming a retired model.
     [[nodiscard]] static QByteArray retiredModelBody(const QString &model);
+    // The next `count` requests to path (e.g. "/v1/audio/speech"; -1: every one) get `fault`.
+    void setFault(const QString &path, Fault fault, int count = -1);
+    void setDripInterval(std::chrono::milliseconds interval);
+    // Where Fault::redirect sends the client.
+    void setRedirectTarget(const QUrl &target);
     // Waits this long before answering each request (the connection stays open meanwhile).
     void setDelay(std::chrono::milliseconds delay);
     // Only this bearer key is accepted; any other gets the service's 401 "Incorrect API key provided"
@@ -149,6 +169,13 @@ private:
         // seconds after which the answer ends (its last byte), as for the whole input.
         double audioSeconds = 0;
         double spreadSeconds = 0;
+        Fault fault = Fault::none;
+        QByteArray location = {};
+        int dripMs = 0;
+    };
+    struct FaultPlan {
+        Fault fault = Fault::none;
+        int remaining = -1;
     };
     struct FailurePlan {
         std::optional<Failure> failure;
@@ -163,8 +190,12 @@ private:
     std::optional<Answer> retiredAnswer(const Request &request) const;
     Answer answerConfig(const Request &request);
     Answer answerRequestLog() const;
+    // The answer bent by the fault switched on for path, if any.
+    Answer withFault(const QString &path, Answer answer);
     static std::optional<Answer> failureAnswer(FailurePlan &plan);
     static void send(QTcpSocket *socket, const Answer &answer);
+    // The answers of Fault::cutShort, stall, drip and oversized; head: the status and header lines so far.
+    static void sendFaulty(QTcpSocket *socket, const Answer &answer, QByteArray head);
 
     mutable QMutex m_mutex;
     QList<Request> m_requests;
@@ -179,6 +210,9 @@ private:
     std::chrono::milliseconds m_delay{0};
     QString m_acceptedKey;
     double m_speechPace = 0;
+    QHash<QString, FaultPlan> m_faults;
+    std::chrono::milliseconds m_dripInterval{200};
+    QUrl m_redirectTarget;
     QHash<QString, QByteArray> m_speechCache;
     quint16 m_port = 0;
 };
