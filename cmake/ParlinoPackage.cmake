@@ -52,6 +52,8 @@ endif()
 # What Debian expects in /usr/share/doc/parlino.
 set(PARLINO_DOCDIR ${CMAKE_INSTALL_DATADIR}/doc/parlino)
 install(FILES ${PARLINO_RESOURCES}/debian/copyright DESTINATION ${PARLINO_DOCDIR})
+install(FILES ${PARLINO_RESOURCES}/debian/lintian-overrides DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides
+        RENAME parlino)
 if(PARLINO_GZIP)
     configure_file(${PARLINO_RESOURCES}/debian/changelog.in ${PROJECT_BINARY_DIR}/changelog.Debian @ONLY)
     add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/changelog.Debian.gz
