@@ -48,7 +48,8 @@ int main(int argc, char *argv[])
 
     QApplication app(argc, argv);
     describeApplication();
-    QGuiApplication::setDesktopFileName(QStringLiteral("parlino"));
+    // The desktop entry is named after the bus name, so the window manager links windows to it.
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.parlino.app"));
     // The audio engine parses numbers with the C locale.
     std::setlocale(LC_NUMERIC, "C");
 

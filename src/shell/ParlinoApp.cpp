@@ -239,8 +239,13 @@ int ParlinoApp::run(const LaunchRequest &request)
     });
     connect(m_bus.get(), &DBusApplicationService::actionRequested, this,
             [this](const QString &action, const QVariantList &parameters) {
+                // "read-selection" and "settings" are the desktop entry's actions, which launchers send here.
                 if (action == u"play" && parameters.size() == 1)
                     playFile(parameters.first().toString());
+                else if (action == u"read-selection")
+                    m_services->shortcutManager().handleHotKey(HotKeyID::readAloud);
+                else if (action == u"settings")
+                    showSettings();
                 else if (action == u"account-changed")
                     m_services->reloadAccount();
                 else
