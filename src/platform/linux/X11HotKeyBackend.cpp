@@ -45,7 +45,8 @@ X11HotKeyBackend::X11HotKeyBackend(QObject *parent)
     : HotKeyBackend(parent)
 {
     auto *x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    if (!x11) {
+    // The offscreen platform answers the X11 interface without a connection to a display.
+    if (!x11 || !x11->connection()) {
         PLOG(lcPlatform) << "⚠️ Global shortcuts need an X11 session; none will be registered";
         return;
     }
