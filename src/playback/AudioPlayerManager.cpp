@@ -2,16 +2,19 @@
 
 #include "core/Defaults.h"
 #include "core/Logging.h"
+#include "core/Paths.h"
 #include "core/SettingsKeys.h"
 #include "playback/AudioEngine.h"
 #include "speech/SpeechStream.h"
 #include "usage/UsageTracker.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace parlino {
 
@@ -42,6 +45,16 @@ AudioPlayerManager::~AudioPlayerManager()
         m_clock.cancel(*m_timeObserver);
     for (const auto &connection : std::as_const(m_itemConnections))
         disconnect(connection);
+    discardTemporary(m_currentURL);
+}
+
+void AudioPlayerManager::discardTemporary(const std::optional<QUrl> &released)
+{
+    if (!released || !released->isLocalFile())
+        return;
+    const QString path = released->toLocalFile();
+    if (Paths::isTemporary(path) && QFile::remove(path))
+        PLOG(lcPlayback) << "🔍 Removed the finished temporary audio " << QFileInfo(path).fileName();
 }
 
 void AudioPlayerManager::play(const QUrl &url, std::optional<float> speed)
@@ -53,7 +66,9 @@ void AudioPlayerManager::play(const QUrl &url, std::optional<float> speed)
 
     stop(false);
 
-    m_currentURL = url;
+    const std::optional<QUrl> previous = std::exchange(m_currentURL, url);
+    if (previous != url)
+        discardTemporary(previous);
     Q_EMIT currentURLChanged();
     startItem([this, location] { m_engine.load(location); }, speed);
 }
@@ -64,7 +79,7 @@ void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream, std::o
     stop(false);
     // The file before it is no longer what plays; keeping its URL would let it be saved by mistake.
     if (m_currentURL) {
-        m_currentURL.reset();
+        discardTemporary(std::exchange(m_currentURL, std::nullopt));
         Q_EMIT currentURLChanged();
     }
     m_currentStream = stream;
@@ -134,6 +149,8 @@ void AudioPlayerManager::handleItemFailed(const QString &error)
     m_itemFailed = true;
     PLOG(lcPlayback) << "❌ AVPlayerItem FAILED to load";
     PLOG(lcPlayback) << "   Error: " << error;
+    if (m_currentURL && m_currentURL->isLocalFile())
+        Q_EMIT fileFailedToLoad(m_currentURL->toLocalFile());
 }
 
 void AudioPlayerManager::handlePlaybackFinished()

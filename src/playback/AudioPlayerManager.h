@@ -48,7 +48,9 @@ public:
     ~AudioPlayerManager() override;
 
     // Loads a local audio file and starts it at the settings' default speed (or at `speed`) once it is
-    // ready; a file that cannot be loaded is logged and stays silent.
+    // ready; a file that cannot be loaded is logged, reported by fileFailedToLoad and stays silent.
+    // A file of the temporary folder (Paths::temporary) belongs to the player from here on: it is
+    // removed once another item replaces it or the player goes away.
     void play(const QUrl &url, std::optional<float> speed = std::nullopt);
     // Plays speech that is still arriving, from its first bytes; stop() (and any later play) cancels
     // the stream, so its remaining pieces are not requested. currentURL is cleared: no file plays.
@@ -88,6 +90,8 @@ Q_SIGNALS:
     void itemReady();
     // stop(true): the user closed the player, so the floating player should close too.
     void closeRequested();
+    // The local file given to play() could not be loaded (damaged or not audio).
+    void fileFailedToLoad(const QString &path);
 
 private:
     [[nodiscard]] QUrl currentURLOrEmpty() const { return m_currentURL.value_or(QUrl()); }
@@ -102,6 +106,8 @@ private:
     void setIsPlaying(bool value);
     void setCurrentTime(double value);
     void setDuration(double value);
+    // Removes a temporary file the player no longer plays.
+    static void discardTemporary(const std::optional<QUrl> &released);
 
     AudioEngine &m_engine;
     UsageTracker &m_usageTracker;

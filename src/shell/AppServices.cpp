@@ -290,6 +290,9 @@ AudioPlayerManager &AppServices::player()
         m_audioEngine->warmUpOutput();
         m_player = std::make_unique<AudioPlayerManager>(*m_audioEngine, usageTracker(), defaults(), Clock::system());
         appState().mirrorPlayer(*m_player);
+        // A cached file that will not play is dropped, so the next reading asks for it again.
+        QObject::connect(m_player.get(), &AudioPlayerManager::fileFailedToLoad, m_player.get(),
+                         [this](const QString &path) { speechCache().removeFile(path); });
         // Leave the sound server cleanly while the event loop still runs.
         QObject::connect(qApp, &QCoreApplication::aboutToQuit, m_audioEngine.get(),
                          [engine = m_audioEngine.get()] { engine->shutdown(); });
