@@ -19,8 +19,10 @@
 #include <qcoro/qcorofuture.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <sys/stat.h>
 
 namespace parlino {
@@ -135,8 +137,10 @@ bool writeWhole(const QString &path, const QByteArray &data, QString *error)
 namespace {
 
 constexpr QFileDevice::Permissions privateFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-// A writer holds the lock for one change; a lock older than this belongs to a process that hangs.
+// A writer holds the lock for one change; one that holds it longer than this hangs.
 constexpr int lockWaitMs = 10000;
+constexpr int lockPollMs = 100;
+constexpr qint64 abandonedLockMs = 1000;
 
 } // namespace
 
@@ -144,7 +148,17 @@ template <typename Change> auto TTSCacheService::locked(Change change)
 {
     Paths::makePrivateFolder(m_directory);
     QLockFile lock(lockPath());
-    if (!lock.tryLock(lockWaitMs))
+    bool held = false;
+    for (int waited = 0; !held && waited < lockWaitMs; waited += lockPollMs) {
+        held = lock.tryLock(lockPollMs);
+        // QLockFile recognises the lock of a process that is gone by the id written in it; a process
+        // killed between creating the file and writing its id leaves an empty one that only ages out.
+        const QFileInfo file(lockPath());
+        if (!held && file.exists() && file.size() == 0
+            && file.lastModified().msecsTo(QDateTime::currentDateTime()) > abandonedLockMs)
+            QFile::remove(lockPath());
+    }
+    if (!held)
         PWARN(lcSpeech) << "⚠️ The cache lock " << lockPath() << " is held too long; going on without it";
     m_entriesChanged = false;
     refresh(); // entries dropped while loading make the index due for writing
@@ -369,10 +383,9 @@ void TTSCacheService::store(const QString &filePath, const QString &text, const 
                 return;
             }
             QFile::setPermissions(partial, privateFile);
-            QFile::remove(destination);
-            QFile copied(partial);
-            if (!copied.rename(destination)) {
-                PWARN(lcSpeech) << "Error caching audio file: " << copied.errorString();
+            // rename(2) replaces an entry's earlier file in one step: at no moment is it missing.
+            if (::rename(QFile::encodeName(partial).constData(), QFile::encodeName(destination).constData()) != 0) {
+                PWARN(lcSpeech) << "Error caching audio file: " << qt_error_string(errno);
                 QFile::remove(partial);
                 return;
             }
