@@ -212,6 +212,15 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(temporary));
         QCOMPARE(QDir(Paths::temporary()).entryList(QDir::Files), QStringList());
 
+        // A start removes what processes that are gone left, and keeps what a running one still uses.
+        const QString running = Paths::newTemporaryFile(QStringLiteral(".mp3"));
+        const QString gone = Paths::temporary() + QStringLiteral("/parlino-2147483647-LEFT.mp3");
+        const QString unnamed = Paths::temporary() + QStringLiteral("/stray.mp3");
+        for (const QString &file : {running, gone, unnamed})
+            QVERIFY(QFile::copy(m_mp3, file));
+        Paths::removeTemporaryLeftovers();
+        QCOMPARE(QDir(Paths::temporary()).entryList(QDir::Files), QStringList{QFileInfo(running).fileName()});
+
         const auto stats = awaitTask(cache.statistics());
         QVERIFY(stats.value && stats.value->entryCount >= 1);
         const QFileInfo settingsFolder(QFileInfo(m_env.defaultsFile()).absolutePath());
