@@ -93,47 +93,48 @@ private:
     TestEnvironment m_env;
     QString m_mp3;
 
+    // The folder holds exactly its index files and these audio files, each a whole copy of the speech.
+    void expectOnly(const QString &folder, QStringList names, const QStringList &audioFiles)
+    {
+        for (const QString &file : audioFiles) {
+            QCOMPARE(QFileInfo(file).size(), QFileInfo(m_mp3).size());
+            names.append(QFileInfo(file).fileName());
+        }
+        names.sort();
+        QCOMPARE(QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System), names);
+    }
+
     // What a start finds: indexes that read, every entry's file there whole, no file that nothing names.
     void checkAsAStartFindsIt()
     {
         LogCapture log;
-        const QString cacheFolder = TTSCacheService::defaultDirectory();
+        QStringList files;
         {
             TTSCacheService cache;
             const auto entries = awaitTask(cache.entries());
             QVERIFY(entries.value);
-            QStringList expected{QStringLiteral("cache_metadata.json"), QStringLiteral("cache_statistics.json")};
-            for (const TTSCacheEntry &entry : *entries.value) {
-                QCOMPARE(QFileInfo(entry.audioFilePath).size(), QFileInfo(m_mp3).size());
-                expected.append(QFileInfo(entry.audioFilePath).fileName());
-            }
-            expected.sort();
-            QCOMPARE(QDir(cacheFolder).entryList(QDir::Files | QDir::Hidden | QDir::System), expected);
+            for (const TTSCacheEntry &entry : *entries.value)
+                files.append(entry.audioFilePath);
         }
-        QVERIFY2(log.lines().filter(QStringLiteral("Error loading cache metadata")).isEmpty(),
-                 qPrintable(log.lines().join(u'\n')));
+        expectOnly(TTSCacheService::defaultDirectory(), {u"cache_metadata.json"_qs, u"cache_statistics.json"_qs},
+                   files);
+        QVERIFY(log.lines().filter(QStringLiteral("Error loading cache metadata")).isEmpty());
 
         SavedAudioStorageService savedAudioStorage;
         SavedAudioManager savedAudio(savedAudioStorage, {});
         QVERIFY2(savedAudio.loadError().isEmpty(), qPrintable(savedAudio.loadError()));
-        QStringList expected{QStringLiteral("saved_audio.json")};
-        for (const SavedAudio &item : savedAudio.savedAudioList()) {
-            QCOMPARE(QFileInfo(item.audioURL.toLocalFile()).size(), QFileInfo(m_mp3).size());
-            expected.append(item.audioURL.fileName());
-        }
-        expected.sort();
-        QCOMPARE(QDir(savedAudioStorage.folder()).entryList(QDir::Files | QDir::Hidden | QDir::System), expected);
+        files.clear();
+        for (const SavedAudio &item : savedAudio.savedAudioList())
+            files.append(item.audioURL.toLocalFile());
+        expectOnly(savedAudioStorage.folder(), {u"saved_audio.json"_qs}, files);
 
         PodcastStorageService podcastStorage;
         PodcastManager podcasts(podcastStorage, {});
         QVERIFY2(podcasts.loadError().isEmpty(), qPrintable(podcasts.loadError()));
-        expected = QStringList{QStringLiteral("podcasts.json")};
-        for (const Podcast &podcast : podcasts.savedPodcasts()) {
-            QCOMPARE(QFileInfo(podcast.audioURL.toLocalFile()).size(), QFileInfo(m_mp3).size());
-            expected.append(podcast.audioURL.fileName());
-        }
-        expected.sort();
-        QCOMPARE(QDir(podcastStorage.folder()).entryList(QDir::Files | QDir::Hidden | QDir::System), expected);
+        files.clear();
+        for (const Podcast &podcast : podcasts.savedPodcasts())
+            files.append(podcast.audioURL.toLocalFile());
+        expectOnly(podcastStorage.folder(), {u"podcasts.json"_qs}, files);
     }
 
 private Q_SLOTS:

