@@ -160,7 +160,6 @@ template <typename Change> auto TTSCacheService::locked(Change change)
     }
     if (!held)
         PWARN(lcSpeech) << "⚠️ The cache lock " << lockPath() << " is held too long; going on without it";
-    m_entriesChanged = false;
     refresh(); // entries dropped while loading make the index due for writing
     struct Finish {
         TTSCacheService &cache;
