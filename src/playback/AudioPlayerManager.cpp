@@ -45,12 +45,27 @@ AudioPlayerManager::~AudioPlayerManager()
         m_clock.cancel(*m_timeObserver);
     for (const auto &connection : std::as_const(m_itemConnections))
         disconnect(connection);
+    dropSetAsideFile();
     discardTemporary(m_currentURL);
 }
 
-void AudioPlayerManager::discardTemporary(const std::optional<QUrl> &released)
+void AudioPlayerManager::setAsideCurrentFile()
 {
-    if (!released || !released->isLocalFile())
+    if (m_setAsideURL != m_currentURL)
+        dropSetAsideFile();
+    m_setAsideURL = m_currentURL;
+}
+
+void AudioPlayerManager::dropSetAsideFile()
+{
+    const std::optional<QUrl> setAside = std::exchange(m_setAsideURL, std::nullopt);
+    if (setAside != m_currentURL)
+        discardTemporary(setAside);
+}
+
+void AudioPlayerManager::discardTemporary(const std::optional<QUrl> &released) const
+{
+    if (!released || !released->isLocalFile() || released == m_setAsideURL)
         return;
     const QString path = released->toLocalFile();
     if (Paths::isTemporary(path) && QFile::remove(path))
@@ -67,6 +82,8 @@ void AudioPlayerManager::play(const QUrl &url, std::optional<float> speed)
     stop(false);
 
     const std::optional<QUrl> previous = std::exchange(m_currentURL, url);
+    if (m_setAsideURL == url)
+        m_setAsideURL.reset(); // playing again: it is the current file once more
     if (previous != url)
         discardTemporary(previous);
     Q_EMIT currentURLChanged();

@@ -58,6 +58,10 @@ public:
     // Lets go of the stream that plays without cancelling it: it keeps arriving for whoever holds it
     // (a reading set aside while something else plays), and the next play or stop leaves it open.
     void releaseStream();
+    // The same for the file that plays: a temporary file stays on disk when another item replaces it,
+    // until it is played again or dropSetAsideFile() says it will not be.
+    void setAsideCurrentFile();
+    void dropSetAsideFile();
     // Moves to an absolute position in seconds, clamped to the start and the end.
     void seek(double seconds);
     // Pauses, or resumes at the chosen rate; at the end of the file resuming starts it again.
@@ -106,8 +110,8 @@ private:
     void setIsPlaying(bool value);
     void setCurrentTime(double value);
     void setDuration(double value);
-    // Removes a temporary file the player no longer plays.
-    static void discardTemporary(const std::optional<QUrl> &released);
+    // Removes a temporary file the player no longer plays and nobody set aside.
+    void discardTemporary(const std::optional<QUrl> &released) const;
 
     AudioEngine &m_engine;
     UsageTracker &m_usageTracker;
@@ -119,6 +123,7 @@ private:
     std::optional<Clock::TimerId> m_timeObserver;
     QList<QMetaObject::Connection> m_itemConnections;
     std::optional<QUrl> m_currentURL;
+    std::optional<QUrl> m_setAsideURL;
     std::shared_ptr<SpeechStream> m_currentStream;
     bool m_isPlaying = false;
     double m_currentTime = 0;

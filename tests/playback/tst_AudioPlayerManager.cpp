@@ -432,6 +432,11 @@ void AudioPlayerManagerTest::unplayableFilesAreReported()
     const QString temporary = Paths::newTemporaryFile(QStringLiteral(".mp3"));
     QVERIFY(QFile::copy(m_short, temporary));
     QVERIFY(startAndWaitReady(temporary));
+    // Set aside (an answer plays over the reading) it stays, to be resumed; after that it goes as usual.
+    r.player.setAsideCurrentFile();
+    QVERIFY(startAndWaitReady(m_short));
+    QVERIFY(QFile::exists(temporary));
+    QVERIFY(startAndWaitReady(temporary));
     QVERIFY(startAndWaitReady(m_short));
     QVERIFY(!QFile::exists(temporary));
     QVERIFY(QFile::exists(m_short));
