@@ -45,8 +45,18 @@ AudioPlayerManager::~AudioPlayerManager()
         m_clock.cancel(*m_timeObserver);
     for (const auto &connection : std::as_const(m_itemConnections))
         disconnect(connection);
-    dropSetAsideFile();
-    discardTemporary(m_currentURL);
+    m_setAsideURL.reset();
+    const QSet<QUrl> remaining = m_temporaryFiles;
+    for (const QUrl &url : remaining)
+        discardTemporary(url);
+}
+
+void AudioPlayerManager::playTemporaryFile(const QString &path, std::optional<float> speed)
+{
+    const QUrl url = QUrl::fromLocalFile(path);
+    if (Paths::isTemporary(path))
+        m_temporaryFiles.insert(url);
+    play(url, speed);
 }
 
 void AudioPlayerManager::setAsideCurrentFile()
@@ -63,12 +73,12 @@ void AudioPlayerManager::dropSetAsideFile()
         discardTemporary(setAside);
 }
 
-void AudioPlayerManager::discardTemporary(const std::optional<QUrl> &released) const
+void AudioPlayerManager::discardTemporary(const std::optional<QUrl> &released)
 {
-    if (!released || !released->isLocalFile() || released == m_setAsideURL)
+    if (!released || released == m_setAsideURL || !m_temporaryFiles.remove(*released))
         return;
     const QString path = released->toLocalFile();
-    if (Paths::isTemporary(path) && QFile::remove(path))
+    if (QFile::remove(path))
         PLOG(lcPlayback) << "🔍 Removed the finished temporary audio " << QFileInfo(path).fileName();
 }
 

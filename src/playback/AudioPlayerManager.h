@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QUrl>
 
 #include <functional>
@@ -49,9 +50,11 @@ public:
 
     // Loads a local audio file and starts it at the settings' default speed (or at `speed`) once it is
     // ready; a file that cannot be loaded is logged, reported by fileFailedToLoad and stays silent.
-    // A file of the temporary folder (Paths::temporary) belongs to the player from here on: it is
-    // removed once another item replaces it or the player goes away.
     void play(const QUrl &url, std::optional<float> speed = std::nullopt);
+    // play() for a file of the temporary folder (Paths::temporary) that nobody else keeps, such as a
+    // reading just made: the player removes it once another item replaces it (unless it was set
+    // aside) or the player goes away.
+    void playTemporaryFile(const QString &path, std::optional<float> speed = std::nullopt);
     // Plays speech that is still arriving, from its first bytes; stop() (and any later play) cancels
     // the stream, so its remaining pieces are not requested. currentURL is cleared: no file plays.
     void playStream(std::shared_ptr<SpeechStream> stream, std::optional<float> speed = std::nullopt);
@@ -110,8 +113,8 @@ private:
     void setIsPlaying(bool value);
     void setCurrentTime(double value);
     void setDuration(double value);
-    // Removes a temporary file the player no longer plays and nobody set aside.
-    void discardTemporary(const std::optional<QUrl> &released) const;
+    // Removes a temporary file given to the player that it no longer plays and nobody set aside.
+    void discardTemporary(const std::optional<QUrl> &released);
 
     AudioEngine &m_engine;
     UsageTracker &m_usageTracker;
@@ -124,6 +127,7 @@ private:
     QList<QMetaObject::Connection> m_itemConnections;
     std::optional<QUrl> m_currentURL;
     std::optional<QUrl> m_setAsideURL;
+    QSet<QUrl> m_temporaryFiles; // given by playTemporaryFile and not removed yet
     std::shared_ptr<SpeechStream> m_currentStream;
     bool m_isPlaying = false;
     double m_currentTime = 0;

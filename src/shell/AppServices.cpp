@@ -372,8 +372,8 @@ ServicesProvider &AppServices::servicesProvider()
     if (!m_servicesProvider) {
         AudioPlayerManager *audioPlayer = &player();
         m_servicesProvider = std::make_unique<ServicesProvider>(
-            appState(), openAIClient(), speechCache(), [audioPlayer](const QUrl &url) { audioPlayer->play(url); },
-            notifier());
+            appState(), openAIClient(), speechCache(),
+            [audioPlayer](const QUrl &url) { audioPlayer->playTemporaryFile(url.toLocalFile()); }, notifier());
         m_servicesProvider->enableUsageTracking(usageTracking());
         m_servicesProvider->enableActivityNotices([this] { noticeUsageActivity(); });
         m_servicesProvider->setMaxTextLength([this] { return maxTextLength(); });

@@ -194,7 +194,7 @@ private Q_SLOTS:
         QVERIFY2(temporary.startsWith(m_env.root() + QStringLiteral("/runtime/parlino/")), qPrintable(temporary));
         QCOMPARE(modeOf(temporary), ownerOnlyFile);
         QSignalSpy ready(&player, &AudioPlayerManager::itemReady);
-        player.play(QUrl::fromLocalFile(temporary));
+        player.playTemporaryFile(temporary);
         QVERIFY(ready.wait(5000));
         SavedAudio item{QUuid::createUuid(),
                         QStringLiteral("Private"),
