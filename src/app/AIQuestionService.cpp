@@ -102,6 +102,8 @@ void AIQuestionService::startListening()
     // The engine's own position: the published one lags by up to half a second.
     m_savedPlaybackPosition = m_player.hasItem() ? m_player.engine().position() : m_player.currentTime();
     m_savedAudioURL = m_player.currentURL();
+    // The answer may replace the reading in the player; its file must still be there to resume.
+    m_player.setAsideCurrentFile();
     m_savedStream = m_player.currentStream();
     m_savedRate = m_player.playbackRate();
     m_savedContext = m_state.currentPlayingContext();
@@ -245,6 +247,7 @@ void AIQuestionService::resumePlayback()
         if (m_savedStream && m_answerPlaying)
             m_savedStream->cancel();
         m_savedStream.reset();
+        m_player.dropSetAsideFile();
         Q_EMIT resumed();
         return;
     }

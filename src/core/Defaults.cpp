@@ -4,15 +4,24 @@
 #include "core/Paths.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 
 namespace parlino {
 
 Defaults::Defaults(const QString &filePath, QObject *parent)
     : QObject(parent)
-    , m_settings(std::make_unique<QSettings>(filePath, QSettings::IniFormat))
 {
-    QDir().mkpath(QFileInfo(filePath).absolutePath());
+    // The file may hold the OpenAI key: it is the user's alone. An empty file made with the right mode
+    // first keeps that mode, as the settings are saved over it.
+    Paths::makePrivateFolder(QFileInfo(filePath).absolutePath());
+    if (!QFileInfo::exists(filePath)) {
+        QFile created(filePath);
+        if (!created.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFileDevice::ReadOwner | QFileDevice::WriteOwner))
+            PWARN(lcApp) << "⚠️ Settings file could not be created: " << filePath << ": " << created.errorString();
+    }
+    Paths::makePrivateFile(filePath);
+    m_settings = std::make_unique<QSettings>(filePath, QSettings::IniFormat);
     if (m_settings->status() == QSettings::FormatError)
         PWARN(lcApp) << "⚠️ Settings file could not be read and is treated as empty: " << filePath;
 }

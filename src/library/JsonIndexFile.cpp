@@ -1,5 +1,7 @@
 #include "library/JsonIndexFile.h"
 
+#include "core/Logging.h"
+#include "core/Paths.h"
 #include "library/LibraryError.h"
 
 #include <QDir>
@@ -37,11 +39,27 @@ std::optional<QJsonArray> JsonIndexFile::read() const
 void JsonIndexFile::write(const QByteArray &json) const
 {
     const QString folder = QFileInfo(m_path).absolutePath();
-    if (!QDir().mkpath(folder))
+    if (!Paths::makePrivateFolder(folder))
         throw LibraryError(QStringLiteral("Could not create the folder %1").arg(folder));
     QSaveFile file(m_path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
+    if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)
+        || file.write(json) != json.size() || !file.commit())
         throw LibraryError(QStringLiteral("Could not write %1: %2").arg(m_path, file.errorString()));
+}
+
+void JsonIndexFile::tidyFolder(const QStringList &keptNames) const
+{
+    const QFileInfo index(m_path);
+    const QDir folder = index.absoluteDir();
+    if (!folder.exists())
+        return;
+    Paths::makePrivateTree(folder.absolutePath());
+    for (const QFileInfo &file : folder.entryInfoList(QDir::Files | QDir::Hidden | QDir::System)) {
+        if (file.fileName() == index.fileName() || keptNames.contains(file.fileName()))
+            continue;
+        PLOG(lcLibrary) << "🔍 Removing a file no library entry names: " << file.absoluteFilePath();
+        QFile::remove(file.absoluteFilePath());
+    }
 }
 
 } // namespace parlino

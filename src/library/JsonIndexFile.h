@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QJsonArray>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -19,8 +20,13 @@ public:
     [[nodiscard]] const QString &path() const { return m_path; }
     // The array, or nothing when no file exists. Throws LibraryError for an unreadable or corrupt file.
     [[nodiscard]] std::optional<QJsonArray> read() const;
-    // Replaces the file with `json`, creating its folder first. Throws LibraryError on failure.
+    // Replaces the file with `json`, creating its folder first; folder 0700, file 0600. Throws
+    // LibraryError on failure.
     void write(const QByteArray &json) const;
+    // For the start of a run: makes the folder and everything in it readable by the user only, and
+    // removes the files beside the index that are neither the index nor in keptNames (what a crash
+    // between copying a file and listing it leaves). A link is removed itself, never followed.
+    void tidyFolder(const QStringList &keptNames) const;
 
 private:
     QString m_path;

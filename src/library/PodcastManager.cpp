@@ -13,6 +13,8 @@ PodcastManager::PodcastManager(PodcastStorageService &storage, PlayFunction play
     , m_storage(storage)
     , m_play(std::move(play))
 {
+    // What a crash left half-saved goes before the list is read.
+    m_storage.tidyFolder();
     // The load neither waits nor throws, so the task is finished when it returns.
     QCoro::Task<> loading = loadPodcasts();
     Q_UNUSED(loading);

@@ -15,7 +15,7 @@ namespace parlino {
 class PodcastStorageService;
 
 // The podcast list the library views show, newest first, kept in step with the storage service.
-// Lives on the main thread; the list is loaded at creation.
+// Lives on the main thread; the list is loaded at creation, after the storage folder is tidied.
 class PodcastManager final : public QObject {
     Q_OBJECT
     Q_PROPERTY(QList<parlino::Podcast> savedPodcasts READ savedPodcasts NOTIFY savedPodcastsChanged)

@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -22,6 +23,24 @@ QString PodcastStorageService::defaultFolder()
     return Paths::applicationSupport() + QStringLiteral("/Parlino/Podcasts");
 }
 
+QString PodcastStorageService::audioPathFor(const QUuid &id) const
+{
+    return m_folder + u'/' + id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+}
+
+void PodcastStorageService::tidyFolder() const
+{
+    QStringList kept;
+    try {
+        for (const Podcast &podcast : loadAllPodcasts())
+            kept.append(QFileInfo(audioPathFor(podcast.id)).fileName());
+    } catch (const LibraryError &error) {
+        PWARN(lcLibrary) << "⚠️ The library folder was not tidied: " << error.description();
+        return;
+    }
+    m_index.tidyFolder(kept);
+}
+
 Podcast PodcastStorageService::savePodcast(const Podcast &podcast)
 {
     PLOG(lcLibrary) << "💾 Saving podcast: " << podcast.title;
@@ -30,14 +49,14 @@ Podcast PodcastStorageService::savePodcast(const Podcast &podcast)
     if (!QDir().mkpath(m_folder))
         throw LibraryError(QStringLiteral("Could not create the folder %1").arg(m_folder));
 
-    const QString destination =
-        m_folder + u'/' + podcast.id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+    const QString destination = audioPathFor(podcast.id);
     const QString source = podcast.audioURL.toLocalFile();
     QFile::remove(destination);
     QFile sourceFile(source);
     if (!sourceFile.copy(destination))
         throw LibraryError(
             QStringLiteral("Could not copy %1 to %2: %3").arg(source, destination, sourceFile.errorString()));
+    QFile::setPermissions(destination, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 
     Podcast stored = podcast;
     stored.audioURL = QUrl::fromLocalFile(destination);
@@ -60,8 +79,11 @@ QList<Podcast> PodcastStorageService::loadAllPodcasts() const
         PLOG(lcLibrary) << "ℹ️ No podcasts file found, returning empty array";
         return podcasts;
     }
-    for (const QJsonValue &value : *array)
-        podcasts.append(Podcast::fromJson(value.toObject()));
+    for (const QJsonValue &value : *array) {
+        Podcast podcast = Podcast::fromJson(value.toObject());
+        podcast.audioURL = QUrl::fromLocalFile(audioPathFor(podcast.id));
+        podcasts.append(podcast);
+    }
     PLOG(lcLibrary) << "✅ Loaded " << podcasts.size() << " podcasts from storage";
     return podcasts;
 }

@@ -15,6 +15,8 @@ SavedAudioManager::SavedAudioManager(SavedAudioStorageService &storage, PlayFunc
     , m_storage(storage)
     , m_play(std::move(play))
 {
+    // What a crash left half-saved goes before the list is read.
+    m_storage.tidyFolder();
     load();
 }
 

@@ -1,10 +1,12 @@
 #include "library/SavedAudioStorageService.h"
 
+#include "core/Logging.h"
 #include "core/Paths.h"
 #include "library/LibraryError.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -21,14 +23,35 @@ QString SavedAudioStorageService::defaultFolder()
     return Paths::applicationSupport() + QStringLiteral("/Parlino/SavedAudio");
 }
 
+QString SavedAudioStorageService::audioPathFor(const QUuid &id) const
+{
+    return m_folder + u'/' + id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+}
+
+void SavedAudioStorageService::tidyFolder() const
+{
+    QStringList kept;
+    try {
+        for (const SavedAudio &item : loadAll())
+            kept.append(QFileInfo(audioPathFor(item.id)).fileName());
+    } catch (const LibraryError &error) {
+        PWARN(lcLibrary) << "⚠️ The library folder was not tidied: " << error.description();
+        return;
+    }
+    m_index.tidyFolder(kept);
+}
+
 QList<SavedAudio> SavedAudioStorageService::loadAll() const
 {
     QList<SavedAudio> items;
     const std::optional<QJsonArray> array = m_index.read();
     if (!array)
         return items;
-    for (const QJsonValue &value : *array)
-        items.append(SavedAudio::fromJson(value.toObject()));
+    for (const QJsonValue &value : *array) {
+        SavedAudio item = SavedAudio::fromJson(value.toObject());
+        item.audioURL = QUrl::fromLocalFile(audioPathFor(item.id));
+        items.append(item);
+    }
     return items;
 }
 
@@ -39,14 +62,14 @@ SavedAudio SavedAudioStorageService::save(const SavedAudio &item)
     if (!QDir().mkpath(m_folder))
         throw LibraryError(QStringLiteral("Could not create the folder %1").arg(m_folder));
 
-    const QString destination =
-        m_folder + u'/' + item.id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+    const QString destination = audioPathFor(item.id);
     const QString source = item.audioURL.toLocalFile();
     QFile::remove(destination);
     QFile sourceFile(source);
     if (!sourceFile.copy(destination))
         throw LibraryError(
             QStringLiteral("Could not copy %1 to %2: %3").arg(source, destination, sourceFile.errorString()));
+    QFile::setPermissions(destination, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
 
     SavedAudio stored = item;
     stored.audioURL = QUrl::fromLocalFile(destination);

@@ -21,6 +21,12 @@ public:
     [[nodiscard]] static QString defaultFolder();
     [[nodiscard]] const QString &folder() const { return m_folder; }
     [[nodiscard]] QString indexPath() const { return m_index.path(); }
+    // The item's audio file: always "<ID>.mp3" in the folder, whatever the index says, so an edited
+    // index cannot make the library play or delete a file elsewhere.
+    [[nodiscard]] QString audioPathFor(const QUuid &id) const;
+    // For the start of a run: folder 0700 and files 0600, and files that no item names removed. Leaves
+    // everything as it is when the index cannot be read.
+    void tidyFolder() const;
 
     // The index in its stored order.
     [[nodiscard]] QList<SavedAudio> loadAll() const;

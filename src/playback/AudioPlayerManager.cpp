@@ -2,16 +2,19 @@
 
 #include "core/Defaults.h"
 #include "core/Logging.h"
+#include "core/Paths.h"
 #include "core/SettingsKeys.h"
 #include "playback/AudioEngine.h"
 #include "speech/SpeechStream.h"
 #include "usage/UsageTracker.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace parlino {
 
@@ -42,6 +45,41 @@ AudioPlayerManager::~AudioPlayerManager()
         m_clock.cancel(*m_timeObserver);
     for (const auto &connection : std::as_const(m_itemConnections))
         disconnect(connection);
+    m_setAsideURL.reset();
+    const QSet<QUrl> remaining = m_temporaryFiles;
+    for (const QUrl &url : remaining)
+        discardTemporary(url);
+}
+
+void AudioPlayerManager::playTemporaryFile(const QString &path, std::optional<float> speed)
+{
+    const QUrl url = QUrl::fromLocalFile(path);
+    if (Paths::isTemporary(path))
+        m_temporaryFiles.insert(url);
+    play(url, speed);
+}
+
+void AudioPlayerManager::setAsideCurrentFile()
+{
+    if (m_setAsideURL != m_currentURL)
+        dropSetAsideFile();
+    m_setAsideURL = m_currentURL;
+}
+
+void AudioPlayerManager::dropSetAsideFile()
+{
+    const std::optional<QUrl> setAside = std::exchange(m_setAsideURL, std::nullopt);
+    if (setAside != m_currentURL)
+        discardTemporary(setAside);
+}
+
+void AudioPlayerManager::discardTemporary(const std::optional<QUrl> &released)
+{
+    if (!released || released == m_setAsideURL || !m_temporaryFiles.remove(*released))
+        return;
+    const QString path = released->toLocalFile();
+    if (QFile::remove(path))
+        PLOG(lcPlayback) << "🔍 Removed the finished temporary audio " << QFileInfo(path).fileName();
 }
 
 void AudioPlayerManager::play(const QUrl &url, std::optional<float> speed)
@@ -53,7 +91,11 @@ void AudioPlayerManager::play(const QUrl &url, std::optional<float> speed)
 
     stop(false);
 
-    m_currentURL = url;
+    const std::optional<QUrl> previous = std::exchange(m_currentURL, url);
+    if (m_setAsideURL == url)
+        m_setAsideURL.reset(); // playing again: it is the current file once more
+    if (previous != url)
+        discardTemporary(previous);
     Q_EMIT currentURLChanged();
     startItem([this, location] { m_engine.load(location); }, speed);
 }
@@ -64,7 +106,7 @@ void AudioPlayerManager::playStream(std::shared_ptr<SpeechStream> stream, std::o
     stop(false);
     // The file before it is no longer what plays; keeping its URL would let it be saved by mistake.
     if (m_currentURL) {
-        m_currentURL.reset();
+        discardTemporary(std::exchange(m_currentURL, std::nullopt));
         Q_EMIT currentURLChanged();
     }
     m_currentStream = stream;
@@ -134,6 +176,8 @@ void AudioPlayerManager::handleItemFailed(const QString &error)
     m_itemFailed = true;
     PLOG(lcPlayback) << "❌ AVPlayerItem FAILED to load";
     PLOG(lcPlayback) << "   Error: " << error;
+    if (m_currentURL && m_currentURL->isLocalFile())
+        Q_EMIT fileFailedToLoad(m_currentURL->toLocalFile());
 }
 
 void AudioPlayerManager::handlePlaybackFinished()

@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QUrl>
 
 #include <functional>
@@ -48,14 +49,22 @@ public:
     ~AudioPlayerManager() override;
 
     // Loads a local audio file and starts it at the settings' default speed (or at `speed`) once it is
-    // ready; a file that cannot be loaded is logged and stays silent.
+    // ready; a file that cannot be loaded is logged, reported by fileFailedToLoad and stays silent.
     void play(const QUrl &url, std::optional<float> speed = std::nullopt);
+    // play() for a file of the temporary folder (Paths::temporary) that nobody else keeps, such as a
+    // reading just made: the player removes it once another item replaces it (unless it was set
+    // aside) or the player goes away.
+    void playTemporaryFile(const QString &path, std::optional<float> speed = std::nullopt);
     // Plays speech that is still arriving, from its first bytes; stop() (and any later play) cancels
     // the stream, so its remaining pieces are not requested. currentURL is cleared: no file plays.
     void playStream(std::shared_ptr<SpeechStream> stream, std::optional<float> speed = std::nullopt);
     // Lets go of the stream that plays without cancelling it: it keeps arriving for whoever holds it
     // (a reading set aside while something else plays), and the next play or stop leaves it open.
     void releaseStream();
+    // The same for the file that plays: a temporary file stays on disk when another item replaces it,
+    // until it is played again or dropSetAsideFile() says it will not be.
+    void setAsideCurrentFile();
+    void dropSetAsideFile();
     // Moves to an absolute position in seconds, clamped to the start and the end.
     void seek(double seconds);
     // Pauses, or resumes at the chosen rate; at the end of the file resuming starts it again.
@@ -88,6 +97,8 @@ Q_SIGNALS:
     void itemReady();
     // stop(true): the user closed the player, so the floating player should close too.
     void closeRequested();
+    // The local file given to play() could not be loaded (damaged or not audio).
+    void fileFailedToLoad(const QString &path);
 
 private:
     [[nodiscard]] QUrl currentURLOrEmpty() const { return m_currentURL.value_or(QUrl()); }
@@ -102,6 +113,8 @@ private:
     void setIsPlaying(bool value);
     void setCurrentTime(double value);
     void setDuration(double value);
+    // Removes a temporary file given to the player that it no longer plays and nobody set aside.
+    void discardTemporary(const std::optional<QUrl> &released);
 
     AudioEngine &m_engine;
     UsageTracker &m_usageTracker;
@@ -113,6 +126,8 @@ private:
     std::optional<Clock::TimerId> m_timeObserver;
     QList<QMetaObject::Connection> m_itemConnections;
     std::optional<QUrl> m_currentURL;
+    std::optional<QUrl> m_setAsideURL;
+    QSet<QUrl> m_temporaryFiles; // given by playTemporaryFile and not removed yet
     std::shared_ptr<SpeechStream> m_currentStream;
     bool m_isPlaying = false;
     double m_currentTime = 0;

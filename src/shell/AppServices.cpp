@@ -290,6 +290,9 @@ AudioPlayerManager &AppServices::player()
         m_audioEngine->warmUpOutput();
         m_player = std::make_unique<AudioPlayerManager>(*m_audioEngine, usageTracker(), defaults(), Clock::system());
         appState().mirrorPlayer(*m_player);
+        // A cached file that will not play is dropped, so the next reading asks for it again.
+        QObject::connect(m_player.get(), &AudioPlayerManager::fileFailedToLoad, m_player.get(),
+                         [this](const QString &path) { speechCache().removeFile(path); });
         // Leave the sound server cleanly while the event loop still runs.
         QObject::connect(qApp, &QCoreApplication::aboutToQuit, m_audioEngine.get(),
                          [engine = m_audioEngine.get()] { engine->shutdown(); });
@@ -369,8 +372,8 @@ ServicesProvider &AppServices::servicesProvider()
     if (!m_servicesProvider) {
         AudioPlayerManager *audioPlayer = &player();
         m_servicesProvider = std::make_unique<ServicesProvider>(
-            appState(), openAIClient(), speechCache(), [audioPlayer](const QUrl &url) { audioPlayer->play(url); },
-            notifier());
+            appState(), openAIClient(), speechCache(),
+            [audioPlayer](const QUrl &url) { audioPlayer->playTemporaryFile(url.toLocalFile()); }, notifier());
         m_servicesProvider->enableUsageTracking(usageTracking());
         m_servicesProvider->enableActivityNotices([this] { noticeUsageActivity(); });
         m_servicesProvider->setMaxTextLength([this] { return maxTextLength(); });

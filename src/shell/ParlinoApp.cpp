@@ -17,6 +17,7 @@
 #include "core/Clock.h"
 #include "core/Error.h"
 #include "core/Logging.h"
+#include "core/Paths.h"
 #include "input/HotKeyID.h"
 #include "input/KeyboardShortcutManager.h"
 #include "library/PodcastStorageService.h"
@@ -145,6 +146,8 @@ int ParlinoApp::run(const LaunchRequest &request)
 
     QApplication::setQuitOnLastWindowClosed(false);
     AppServices &services = *m_services;
+    // Speech files a crash or a kill left behind; those of a command still running are kept.
+    Paths::removeTemporaryLeftovers();
 
     AppComponents components;
     components.servicesProvider = [this, &services] {

@@ -10,6 +10,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLockFile>
+#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTimeZone>
 #include <QUrl>
@@ -17,8 +19,11 @@
 #include <qcoro/qcorofuture.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <sys/stat.h>
 
 namespace parlino {
 
@@ -73,27 +78,45 @@ QByteArray encodeEntry(const TTSCacheEntry &entry, int depth)
                          depth);
 }
 
-std::optional<TTSCacheEntry> decodeEntry(const QJsonValue &value)
+bool isKey(const QString &text)
 {
-    if (!value.isObject())
+    static const QRegularExpression sha256Hex(QStringLiteral("^[0-9a-f]{64}$"));
+    return sha256Hex.match(text).hasMatch();
+}
+
+// The entry stored under `name`, or why it is not one. Its file is filled in by the caller, from the key.
+std::optional<TTSCacheEntry> decodeEntry(const QString &name, const QJsonValue &value, QString *problem)
+{
+    if (!value.isObject()) {
+        *problem = QStringLiteral("not an object");
         return std::nullopt;
+    }
     const QJsonObject object = value.toObject();
     const auto createdAt = parseIsoDate(object.value(u"createdAt"));
     const auto lastAccessedAt = parseIsoDate(object.value(u"lastAccessedAt"));
-    const QUrl url(object.value(u"audioFileURL").toString());
     if (!object.value(u"key").isString() || !object.value(u"text").isString() || !object.value(u"voice").isString()
-        || !object.value(u"speed").isDouble() || !object.value(u"fileSize").isDouble() || !createdAt || !lastAccessedAt
-        || !url.isLocalFile())
+        || !object.value(u"speed").isDouble() || !object.value(u"fileSize").isDouble() || !createdAt
+        || !lastAccessedAt) {
+        *problem = QStringLiteral("a member is missing or of the wrong type");
         return std::nullopt;
+    }
+    const QString key = object.value(u"key").toString();
+    if (!isKey(key) || key != name) {
+        *problem = QStringLiteral("its key is not a cache key");
+        return std::nullopt;
+    }
     TTSCacheEntry entry;
-    entry.key = object.value(u"key").toString();
+    entry.key = key;
     entry.text = object.value(u"text").toString();
     entry.voice = object.value(u"voice").toString();
     entry.speed = object.value(u"speed").toDouble();
     entry.createdAt = *createdAt;
     entry.lastAccessedAt = *lastAccessedAt;
     entry.fileSize = object.value(u"fileSize").toInteger();
-    entry.audioFilePath = url.toLocalFile();
+    if (object.contains(u"audioFileURL")) {
+        const QUrl url(object.value(u"audioFileURL").toString());
+        entry.audioFilePath = url.isLocalFile() ? QDir::cleanPath(url.toLocalFile()) : QString();
+    }
     return entry;
 }
 
@@ -101,7 +124,8 @@ std::optional<TTSCacheEntry> decodeEntry(const QJsonValue &value)
 bool writeWhole(const QString &path, const QByteArray &data, QString *error)
 {
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner)
+        || file.write(data) != data.size() || !file.commit()) {
         *error = file.errorString();
         return false;
     }
@@ -110,17 +134,57 @@ bool writeWhole(const QString &path, const QByteArray &data, QString *error)
 
 } // namespace
 
+namespace {
+
+constexpr QFileDevice::Permissions privateFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+// A writer holds the lock for one change; one that holds it longer than this hangs.
+constexpr int lockWaitMs = 10000;
+constexpr int lockPollMs = 100;
+constexpr qint64 abandonedLockMs = 1000;
+
+} // namespace
+
+template <typename Change> auto TTSCacheService::locked(Change change)
+{
+    Paths::makePrivateFolder(m_directory);
+    QLockFile lock(lockPath());
+    bool held = false;
+    for (int waited = 0; !held && waited < lockWaitMs; waited += lockPollMs) {
+        held = lock.tryLock(lockPollMs);
+        // QLockFile recognises the lock of a process that is gone by the id written in it; a process
+        // killed between creating the file and writing its id leaves an empty one that only ages out.
+        const QFileInfo file(lockPath());
+        if (!held && file.exists() && file.size() == 0
+            && file.lastModified().msecsTo(QDateTime::currentDateTime()) > abandonedLockMs)
+            QFile::remove(lockPath());
+    }
+    if (!held)
+        PWARN(lcSpeech) << "⚠️ The cache lock " << lockPath() << " is held too long; going on without it";
+    refresh(); // entries dropped while loading make the index due for writing
+    struct Finish {
+        TTSCacheService &cache;
+        ~Finish()
+        {
+            if (cache.m_entriesChanged)
+                cache.saveMetadata();
+            // Once the index no longer names them.
+            for (const QString &file : std::as_const(cache.m_filesToDelete))
+                cache.removeOwnFile(file);
+            cache.m_filesToDelete.clear();
+            cache.m_entriesChanged = false;
+            cache.saveStatistics();
+        }
+    } finish{*this};
+    return change();
+}
+
 TTSCacheService::TTSCacheService(QString directory, Clock &clock, qint64 maxCacheSizeBytes)
-    : m_directory(std::move(directory))
+    : m_directory(QDir::cleanPath(QDir(directory).absolutePath()))
     , m_clock(clock)
     , m_maxCacheSizeBytes(maxCacheSizeBytes)
 {
     m_worker.setMaxThreadCount(1);
-    m_worker.start([this] {
-        loadMetadata();
-        loadStatistics();
-        removeExpired();
-    });
+    m_worker.start([this] { start(); });
 }
 
 TTSCacheService::~TTSCacheService()
@@ -131,8 +195,7 @@ TTSCacheService::~TTSCacheService()
 
 bool TTSCacheService::ownsFile(const QString &path) const
 {
-    const QString folder = QDir(m_directory).absolutePath() + u'/';
-    return QFileInfo(path).absoluteFilePath().startsWith(folder);
+    return QFileInfo(m_directory).isDir() && Paths::isInside(path, m_directory);
 }
 
 QString TTSCacheService::defaultDirectory()
@@ -148,6 +211,11 @@ QString TTSCacheService::metadataPath() const
 QString TTSCacheService::statisticsPath() const
 {
     return m_directory + QStringLiteral("/cache_statistics.json");
+}
+
+QString TTSCacheService::lockPath() const
+{
+    return m_directory + QStringLiteral("/cache.lock");
 }
 
 QString TTSCacheService::audioPathFor(const QString &key) const
@@ -191,20 +259,56 @@ QCoro::Task<> TTSCacheService::cacheAudio(QString filePath, QString text, QStrin
 
 QCoro::Task<> TTSCacheService::evictOldEntries()
 {
-    auto done = QtConcurrent::run(&m_worker, [this] { removeExpired(); });
+    auto done = QtConcurrent::run(&m_worker, [this] { locked([this] { removeExpired(); }); });
     co_await done;
+}
+
+void TTSCacheService::removeFile(const QString &path)
+{
+    const QString cleaned = QDir::cleanPath(QFileInfo(path).absoluteFilePath());
+    m_worker.start([this, cleaned] {
+        locked([&] {
+            for (const TTSCacheEntry &entry : std::as_const(m_cacheEntries)) {
+                if (entry.audioFilePath == cleaned) {
+                    PWARN(lcSpeech) << "⚠️ Removing cache entry " << entry.key << ": its audio would not play";
+                    removeEntry(entry.key);
+                    return;
+                }
+            }
+        });
+    });
 }
 
 QCoro::Task<TTSCacheStatistics> TTSCacheService::statistics()
 {
-    auto result = QtConcurrent::run(&m_worker, [this] { return m_statistics; });
+    auto result = QtConcurrent::run(&m_worker, [this] {
+        refresh();
+        return m_statistics;
+    });
     co_return co_await result;
 }
 
 QCoro::Task<QList<TTSCacheEntry>> TTSCacheService::entries()
 {
-    auto result = QtConcurrent::run(&m_worker, [this] { return m_cacheEntries.values(); });
+    auto result = QtConcurrent::run(&m_worker, [this] {
+        refresh();
+        return m_cacheEntries.values();
+    });
     co_return co_await result;
+}
+
+void TTSCacheService::start()
+{
+    Paths::makePrivateTree(m_directory);
+    if (!QFileInfo(m_directory).isDir()) {
+        loadStatistics();
+        return;
+    }
+    locked([this] {
+        loadStatistics();
+        sweepUnnamedFiles();
+        removeExpired();
+    });
 }
 
 bool TTSCacheService::isExpired(const TTSCacheEntry &entry) const
@@ -212,29 +316,35 @@ bool TTSCacheService::isExpired(const TTSCacheEntry &entry) const
     return m_clock.now() > entry.createdAt.addSecs(static_cast<qint64>(cacheTTLSeconds));
 }
 
+bool TTSCacheService::hasOwnFile(const TTSCacheEntry &entry) const
+{
+    const QFileInfo file(entry.audioFilePath);
+    return file.isFile() && !file.isSymLink() && Paths::isInside(entry.audioFilePath, m_directory);
+}
+
 std::optional<QString> TTSCacheService::lookUp(const QString &text, const QString &voice, double speed)
 {
     const QString key = generateCacheKey(text, voice, speed);
-    const auto found = m_cacheEntries.constFind(key);
-    bool hit = found != m_cacheEntries.constEnd();
-    if (hit && (isExpired(*found) || !QFileInfo::exists(found->audioFilePath))) {
-        removeEntry(key);
-        hit = false;
-    }
-    if (!hit) {
-        ++m_statistics.totalMisses;
-        saveStatistics();
-        return std::nullopt;
-    }
-
-    // Expiry counts from creation: a hit does not extend an entry's life.
-    TTSCacheEntry entry = *found;
-    entry.lastAccessedAt = m_clock.now();
-    putEntry(entry);
-    ++m_statistics.totalHits;
-    saveMetadata();
-    saveStatistics();
-    return entry.audioFilePath;
+    return locked([&]() -> std::optional<QString> {
+        const auto found = m_cacheEntries.constFind(key);
+        bool hit = found != m_cacheEntries.constEnd();
+        if (hit && (isExpired(*found) || !hasOwnFile(*found))) {
+            removeEntry(key);
+            hit = false;
+        }
+        if (!hit) {
+            ++m_statistics.totalMisses;
+            ++m_unsavedMisses;
+            return std::nullopt;
+        }
+        // Expiry counts from creation: a hit does not extend an entry's life.
+        TTSCacheEntry entry = *found;
+        entry.lastAccessedAt = m_clock.now();
+        putEntry(entry);
+        ++m_statistics.totalHits;
+        ++m_unsavedHits;
+        return entry.audioFilePath;
+    });
 }
 
 void TTSCacheService::store(const QString &filePath, const QString &text, const QString &voice, double speed)
@@ -246,44 +356,42 @@ void TTSCacheService::store(const QString &filePath, const QString &text, const 
         return;
     }
     const qint64 size = source.size();
-
-    if (m_statistics.totalSize + size > m_maxCacheSizeBytes)
-        evictLRUEntries(size);
-
-    if (!QDir().mkpath(m_directory)) {
+    if (!Paths::makePrivateFolder(m_directory)) {
         PWARN(lcSpeech) << "Error caching audio file: cannot create " << m_directory;
         return;
     }
-    const QString destination = audioPathFor(key);
-    // Handing the cache its own file back (a hit that is stored again) must not delete it.
-    if (source.canonicalFilePath() != QFileInfo(destination).canonicalFilePath()) {
-        const QString partial = destination + QStringLiteral(".part");
-        QFile::remove(partial);
-        QFile input(filePath);
-        if (!input.copy(partial)) {
-            PWARN(lcSpeech) << "Error caching audio file: " << input.errorString();
-            QFile::remove(partial);
-            return;
-        }
-        QFile::remove(destination);
-        QFile copied(partial);
-        if (!copied.rename(destination)) {
-            PWARN(lcSpeech) << "Error caching audio file: " << copied.errorString();
-            QFile::remove(partial);
-            return;
-        }
-    }
 
-    // A replaced entry's bytes are no longer held.
-    if (const auto previous = m_cacheEntries.constFind(key); previous != m_cacheEntries.constEnd())
-        m_statistics.totalSize -= previous->fileSize;
+    locked([&] {
+        // A replaced entry's bytes are no longer held.
+        const auto previous = m_cacheEntries.constFind(key);
+        const qint64 replaced = previous != m_cacheEntries.constEnd() ? previous->fileSize : 0;
+        if (m_statistics.totalSize - replaced + size > m_maxCacheSizeBytes)
+            evictLRUEntries(size - replaced);
 
-    const QDateTime now = m_clock.now();
-    putEntry(TTSCacheEntry{key, text, voice, speed, now, now, size, destination});
-    m_statistics.totalSize += size;
-    m_statistics.entryCount = m_cacheEntries.size();
-    saveMetadata();
-    saveStatistics();
+        const QString destination = audioPathFor(key);
+        // Handing the cache its own file back (a hit that is stored again) must not delete it.
+        if (source.canonicalFilePath() != QFileInfo(destination).canonicalFilePath()) {
+            // Copied under a name no entry has, then renamed: a crash leaves a stray file the next start
+            // removes, never an entry with half a file.
+            const QString partial = destination + QStringLiteral(".part");
+            QFile::remove(partial);
+            QFile input(filePath);
+            if (!input.copy(partial)) {
+                PWARN(lcSpeech) << "Error caching audio file: " << input.errorString();
+                QFile::remove(partial);
+                return;
+            }
+            QFile::setPermissions(partial, privateFile);
+            // rename(2) replaces an entry's earlier file in one step: at no moment is it missing.
+            if (::rename(QFile::encodeName(partial).constData(), QFile::encodeName(destination).constData()) != 0) {
+                PWARN(lcSpeech) << "Error caching audio file: " << qt_error_string(errno);
+                QFile::remove(partial);
+                return;
+            }
+        }
+        const QDateTime now = m_clock.now();
+        putEntry(TTSCacheEntry{key, text, voice, speed, now, now, size, destination});
+    });
 }
 
 void TTSCacheService::evictLRUEntries(qint64 incomingBytes)
@@ -308,7 +416,6 @@ void TTSCacheService::removeExpired()
     }
     for (const QString &key : std::as_const(expired))
         removeEntry(key);
-    saveMetadata();
 }
 
 void TTSCacheService::removeEntry(const QString &key)
@@ -316,60 +423,150 @@ void TTSCacheService::removeEntry(const QString &key)
     const auto found = m_cacheEntries.constFind(key);
     if (found == m_cacheEntries.constEnd())
         return;
-    QFile::remove(found->audioFilePath);
-    m_statistics.totalSize -= found->fileSize;
+    m_filesToDelete.append(found->audioFilePath);
     m_cacheEntries.erase(found);
     m_encodedEntries.remove(key);
-    m_statistics.entryCount = m_cacheEntries.size();
-    saveMetadata();
-    saveStatistics();
+    m_entriesChanged = true;
+    recount();
 }
 
 void TTSCacheService::putEntry(const TTSCacheEntry &entry)
 {
     m_cacheEntries.insert(entry.key, entry);
     m_encodedEntries.insert(entry.key, encodeEntry(entry, 1));
+    m_filesToDelete.removeAll(entry.audioFilePath);
+    m_entriesChanged = true;
+    recount();
+}
+
+void TTSCacheService::recount()
+{
+    // Sizes follow the entries actually held, so a lost or edited index cannot leave the size
+    // accounting (and with it eviction) off for good.
+    m_statistics.totalSize = 0;
+    for (const TTSCacheEntry &entry : std::as_const(m_cacheEntries))
+        m_statistics.totalSize += entry.fileSize;
+    m_statistics.entryCount = m_cacheEntries.size();
+}
+
+TTSCacheService::FileStamp TTSCacheService::indexStamp() const
+{
+    struct stat info {};
+    if (::stat(QFile::encodeName(metadataPath()).constData(), &info) != 0)
+        return {};
+    return {static_cast<qint64>(info.st_ino), static_cast<qint64>(info.st_size),
+            static_cast<qint64>(info.st_mtim.tv_sec) * 1000000000 + info.st_mtim.tv_nsec};
+}
+
+void TTSCacheService::refresh()
+{
+    // Another process may have written the index since this one last read or wrote it.
+    if (indexStamp() != m_loadedStamp)
+        loadMetadata();
 }
 
 void TTSCacheService::loadMetadata()
 {
-    QFile file(metadataPath());
-    if (!file.exists())
-        return;
-    if (!file.open(QIODevice::ReadOnly)) {
-        PWARN(lcSpeech) << "Error loading cache metadata: " << file.errorString();
-        return;
-    }
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        PWARN(lcSpeech) << "Error loading cache metadata: " << parseError.errorString() << " at offset "
-                        << parseError.offset;
-        return;
-    }
-    if (!document.isObject()) {
-        PWARN(lcSpeech) << "Error loading cache metadata: the file does not hold a JSON object";
-        return;
-    }
+    m_loadedStamp = indexStamp();
     QMap<QString, TTSCacheEntry> loaded;
-    const QJsonObject object = document.object();
-    for (auto it = object.begin(); it != object.end(); ++it) {
-        const auto entry = decodeEntry(it.value());
-        if (!entry) {
-            PWARN(lcSpeech) << "Error loading cache metadata: entry " << it.key() << " is not a valid cache entry";
+    bool dropped = false;
+    QFile file(metadataPath());
+    if (file.exists()) {
+        if (!file.open(QIODevice::ReadOnly)) {
+            // Unreadable is not damaged: it is left for the user, and this run caches nothing new in it.
+            PWARN(lcSpeech) << "⚠️ Error loading cache metadata: " << file.errorString();
             return;
         }
-        loaded.insert(it.key(), *entry);
+        QJsonParseError parseError;
+        const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &parseError);
+        file.close();
+        if (parseError.error != QJsonParseError::NoError) {
+            moveAsideCorruptIndex(parseError.errorString() + QStringLiteral(" at offset ")
+                                  + QString::number(parseError.offset));
+        } else if (!document.isObject()) {
+            moveAsideCorruptIndex(QStringLiteral("the file does not hold a JSON object"));
+        } else {
+            const QJsonObject object = document.object();
+            for (auto it = object.begin(); it != object.end(); ++it) {
+                QString problem;
+                std::optional<TTSCacheEntry> entry = decodeEntry(it.key(), it.value(), &problem);
+                if (entry) {
+                    const QString ownFile = audioPathFor(entry->key);
+                    if (!entry->audioFilePath.isEmpty() && entry->audioFilePath != ownFile)
+                        problem = QStringLiteral("it names a file that is not the cache's: ") + entry->audioFilePath;
+                    entry->audioFilePath = ownFile;
+                    if (problem.isEmpty() && !hasOwnFile(*entry))
+                        problem = QStringLiteral("its audio file is missing or not a file of the cache");
+                }
+                if (!problem.isEmpty()) {
+                    PWARN(lcSpeech) << "⚠️ Dropped cache entry " << it.key() << ": " << problem;
+                    dropped = true;
+                    continue;
+                }
+                loaded.insert(entry->key, *entry);
+            }
+        }
     }
     m_cacheEntries.clear();
     m_encodedEntries.clear();
-    for (const TTSCacheEntry &entry : std::as_const(loaded))
-        putEntry(entry);
+    for (const TTSCacheEntry &entry : std::as_const(loaded)) {
+        m_cacheEntries.insert(entry.key, entry);
+        m_encodedEntries.insert(entry.key, encodeEntry(entry, 1));
+    }
+    m_entriesChanged = dropped;
+    recount();
+}
+
+void TTSCacheService::moveAsideCorruptIndex(const QString &reason)
+{
+    const QString aside = metadataPath() + QStringLiteral(".corrupt-")
+                          + QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd-HHmmsszzz"));
+    QFile::remove(aside);
+    if (QFile::rename(metadataPath(), aside))
+        PWARN(lcSpeech) << "⚠️ Error loading cache metadata: " << reason << "; the file was moved to " << aside;
+    else
+        PWARN(lcSpeech) << "⚠️ Error loading cache metadata: " << reason << "; the file could not be moved aside";
+    m_loadedStamp = indexStamp();
+}
+
+void TTSCacheService::sweepUnnamedFiles()
+{
+    const QDir folder(m_directory);
+    const QString indexName = QFileInfo(metadataPath()).fileName();
+    const QStringList kept{indexName, QFileInfo(statisticsPath()).fileName(), QFileInfo(lockPath()).fileName()};
+    for (const QFileInfo &file : folder.entryInfoList(QDir::Files | QDir::Hidden | QDir::System)) {
+        const QString name = file.fileName();
+        if (kept.contains(name) || name.startsWith(indexName + QStringLiteral(".corrupt-")))
+            continue;
+        const QString key = name.endsWith(QStringLiteral(".m4a")) ? name.chopped(4) : QString();
+        const auto entry = m_cacheEntries.constFind(key);
+        if (entry != m_cacheEntries.constEnd() && entry->audioFilePath == file.absoluteFilePath())
+            continue;
+        PLOG(lcSpeech) << "🔍 Removing a file no cache entry names: " << name;
+        if (file.isSymLink())
+            QFile::remove(file.absoluteFilePath()); // the link itself, never what it points to
+        else
+            removeOwnFile(file.absoluteFilePath());
+    }
+}
+
+void TTSCacheService::removeOwnFile(const QString &path)
+{
+    const QFileInfo file(path);
+    if (!file.exists() && !file.isSymLink())
+        return;
+    // Only a regular file that really lies in the folder; a link is removed, not followed.
+    if (file.isSymLink() ? file.absolutePath() == m_directory : Paths::isInside(path, m_directory))
+        QFile::remove(path);
+    else
+        PWARN(lcSpeech) << "⚠️ Not removing " << path << ": it is outside the cache folder";
 }
 
 void TTSCacheService::loadStatistics()
 {
     QFile file(statisticsPath());
+    m_statistics.totalHits = 0;
+    m_statistics.totalMisses = 0;
     if (file.exists()) {
         QJsonParseError parseError;
         QJsonDocument document;
@@ -381,16 +578,11 @@ void TTSCacheService::loadStatistics()
             PWARN(lcSpeech) << "Error loading cache statistics: " << parseError.errorString();
         } else {
             const QJsonObject object = document.object();
-            m_statistics.totalHits = object.value(u"totalHits").toInteger();
-            m_statistics.totalMisses = object.value(u"totalMisses").toInteger();
+            m_statistics.totalHits = std::max<qint64>(0, object.value(u"totalHits").toInteger());
+            m_statistics.totalMisses = std::max<qint64>(0, object.value(u"totalMisses").toInteger());
         }
     }
-    // Sizes follow the entries actually held, so a lost or edited metadata file cannot leave the
-    // size accounting (and with it eviction) off for good.
-    m_statistics.totalSize = 0;
-    for (const TTSCacheEntry &entry : std::as_const(m_cacheEntries))
-        m_statistics.totalSize += entry.fileSize;
-    m_statistics.entryCount = m_cacheEntries.size();
+    recount();
 }
 
 void TTSCacheService::saveMetadata()
@@ -407,12 +599,31 @@ void TTSCacheService::saveMetadata()
         json += "}\n";
     }
     QString error;
-    if (!QDir().mkpath(m_directory) || !writeWhole(metadataPath(), json, &error))
+    if (!Paths::makePrivateFolder(m_directory) || !writeWhole(metadataPath(), json, &error))
         PWARN(lcSpeech) << "Error saving cache metadata: " << (error.isEmpty() ? m_directory : error);
+    m_loadedStamp = indexStamp();
 }
 
 void TTSCacheService::saveStatistics()
 {
+    if (m_unsavedHits == 0 && m_unsavedMisses == 0 && QFileInfo::exists(statisticsPath())) {
+        // Only the sizes may have moved; they are written when the counts next change.
+        QFile file(statisticsPath());
+        if (file.open(QIODevice::ReadOnly)) {
+            const QJsonObject stored = QJsonDocument::fromJson(file.readAll()).object();
+            if (stored.value(u"totalSize").toInteger() == m_statistics.totalSize
+                && stored.value(u"entryCount").toInteger() == m_statistics.entryCount)
+                return;
+        }
+    }
+    // The counts on disk include other processes' hits and misses; this one's are added to them.
+    const qint64 hits = m_unsavedHits;
+    const qint64 misses = m_unsavedMisses;
+    loadStatistics();
+    m_statistics.totalHits += hits;
+    m_statistics.totalMisses += misses;
+    m_unsavedHits = 0;
+    m_unsavedMisses = 0;
     const QByteArray json = orderedObject({{QStringLiteral("totalHits"), m_statistics.totalHits},
                                            {QStringLiteral("totalMisses"), m_statistics.totalMisses},
                                            {QStringLiteral("totalSize"), m_statistics.totalSize},
@@ -420,7 +631,7 @@ void TTSCacheService::saveStatistics()
                                           0)
                             + '\n';
     QString error;
-    if (!QDir().mkpath(m_directory) || !writeWhole(statisticsPath(), json, &error))
+    if (!Paths::makePrivateFolder(m_directory) || !writeWhole(statisticsPath(), json, &error))
         PWARN(lcSpeech) << "Error saving cache statistics: " << (error.isEmpty() ? m_directory : error);
 }
 

@@ -78,7 +78,9 @@ void PodcastStorageServiceTest::firstRunCreatesTheFolderAndTheIndexKeepsItsForm(
     const QList<Podcast> loaded = storage.loadAllPodcasts();
     QCOMPARE(loaded.size(), 1);
     QCOMPARE(loaded[0].generationDate, QDateTime(QDate(2024, 12, 1), QTime(8, 30, 15, 250), Qt::UTC));
-    QCOMPARE(loaded[0].audioURL.toLocalFile(), QStringLiteral("/tmp/Old One.mp3"));
+    // The file is the library's own "<ID>.mp3", whatever the index names.
+    QCOMPARE(loaded[0].audioURL.toLocalFile(), storage.audioPathFor(loaded[0].id));
+    QVERIFY(loaded[0].audioURL.toLocalFile().endsWith(u"/0E7C6F1A-1B2C-4D3E-8F40-5A6B7C8D9E0F.mp3"));
     QCOMPARE(loaded[0].podcastType, QStringLiteral("Quick Summary"));
     QCOMPARE(loaded[0].wordCount, 700);
 }

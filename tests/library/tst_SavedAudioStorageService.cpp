@@ -5,6 +5,7 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QTest>
 
 using namespace parlino;
@@ -58,7 +59,9 @@ void SavedAudioStorageServiceTest::readsAHandWrittenIndexAndWritesTheSameForm()
     const QList<SavedAudio> loaded = storage.loadAll();
     QCOMPARE(loaded.size(), 1);
     QCOMPARE(loaded[0].id, QUuid(QStringLiteral("{0e7c6f1a-1b2c-4d3e-8f40-5a6b7c8d9e0f}")));
-    QCOMPARE(loaded[0].audioURL.toLocalFile(), QStringLiteral("/tmp/My Audio.mp3"));
+    // The file is the library's own "<ID>.mp3", whatever the index names.
+    QCOMPARE(loaded[0].audioURL.toLocalFile(),
+             storage.folder() + QStringLiteral("/0E7C6F1A-1B2C-4D3E-8F40-5A6B7C8D9E0F.mp3"));
     QCOMPARE(loaded[0].createdDate, QDateTime(QDate(2025, 1, 31), QTime(14, 5, 30, 500), Qt::UTC));
     QCOMPARE(loaded[0].notes, std::optional<QString>(QStringLiteral("mine")));
     QCOMPARE(loaded[0].formattedDuration(), QStringLiteral("1:05"));
@@ -98,6 +101,33 @@ void SavedAudioStorageServiceTest::savingTwiceKeepsTwoCopiesAndUpdateAndRemoveCh
     QCOMPARE(storage.loadAll(), QList<SavedAudio>{renamed});
     QVERIFY(!QFile::exists(first.audioURL.toLocalFile()));
     QVERIFY(QFile::exists(renamed.audioURL.toLocalFile()));
+
+    // An index edited to name a file elsewhere cannot make the library delete it.
+    const QString outside = m_env.root() + QStringLiteral("/outside.mp3");
+    QVERIFY(QFile::copy(m_mp3, outside));
+    QJsonArray edited = QJsonDocument::fromJson(readBytes(storage.indexPath())).array();
+    QJsonObject record = edited[0].toObject();
+    record.insert(u"audioURL"_qs, QUrl::fromLocalFile(outside).toString());
+    edited[0] = record;
+    QVERIFY(writeBytes(storage.indexPath(), QJsonDocument(edited).toJson()));
+    storage.remove(renamed.id);
+    QVERIFY(QFile::exists(outside));
+    QVERIFY(!QFile::exists(renamed.audioURL.toLocalFile()));
+
+    // At start-up the folder is made private and what no item names (a crash's half-saved copy, a
+    // left-over index draft) is removed; the items' files stay.
+    const SavedAudio third = storage.save(item(QStringLiteral("Third")));
+    QVERIFY(writeBytes(storage.folder() + QStringLiteral("/half-saved.mp3"), "ID3"));
+    QVERIFY(writeBytes(storage.indexPath() + QStringLiteral(".aBcDeF"), "["));
+    QVERIFY(QFile::link(outside, storage.folder() + QStringLiteral("/link.mp3")));
+    QFile::setPermissions(storage.folder(), QFileDevice::Permissions(0x7755));
+    storage.tidyFolder();
+    QCOMPARE(QDir(storage.folder()).entryList(QDir::Files | QDir::System),
+             (QStringList{third.id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3"),
+                          QStringLiteral("saved_audio.json")}));
+    QVERIFY(QFile::exists(outside));
+    QCOMPARE(QFileInfo(storage.folder()).permissions() & 0x7077,
+             QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
 }
 
 void SavedAudioStorageServiceTest::aFailedWriteOrADamagedIndexLeavesTheIndexAsItWas()

@@ -4,6 +4,7 @@
 #include "TestEnvironment.h"
 #include "app/AppState.h"
 #include "core/Defaults.h"
+#include "core/Paths.h"
 #include "playback/AudioPlayerManager.h"
 #include "playback/MpvAudioEngine.h"
 #include "usage/UsageTracker.h"
@@ -61,8 +62,8 @@ private Q_SLOTS:
     void listeningSessionsFollowTheClock();
     void stopKeepsOrClosesTheFloatingPlayer();
     void skipIsClampedToTheItem();
-    void unplayableFilesAreLoggedOnly_data();
-    void unplayableFilesAreLoggedOnly();
+    void unplayableFilesAreReported_data();
+    void unplayableFilesAreReported();
 
 private:
     PlayerRig &rig(Clock &clock = Clock::system());
@@ -393,14 +394,14 @@ void AudioPlayerManagerTest::skipIsClampedToTheItem()
     QCOMPARE_LT(std::abs(r.engine.position() - (r.player.duration() - 15)), 0.01);
 }
 
-void AudioPlayerManagerTest::unplayableFilesAreLoggedOnly_data()
+void AudioPlayerManagerTest::unplayableFilesAreReported_data()
 {
     QTest::addColumn<bool>("exists");
     QTest::newRow("missing file") << false;
     QTest::newRow("not audio") << true;
 }
 
-void AudioPlayerManagerTest::unplayableFilesAreLoggedOnly()
+void AudioPlayerManagerTest::unplayableFilesAreReported()
 {
     QFETCH(bool, exists);
     const QString path = m_dir.filePath(QStringLiteral("broken-%1.mp3").arg(exists));
@@ -410,6 +411,7 @@ void AudioPlayerManagerTest::unplayableFilesAreLoggedOnly()
         file.write(QByteArray("<html>not audio</html>\n").repeated(50));
     }
     PlayerRig &r = rig();
+    QSignalSpy failed(&r.player, &AudioPlayerManager::fileFailedToLoad);
     r.player.play(QUrl::fromLocalFile(path));
     QVERIFY(m_log->contains(exists ? QStringLiteral("   File exists: true") : QStringLiteral("   File exists: false")));
     QTRY_VERIFY_WITH_TIMEOUT(m_log->contains(QStringLiteral("❌ AVPlayerItem FAILED to load")), 5000);
@@ -418,10 +420,28 @@ void AudioPlayerManagerTest::unplayableFilesAreLoggedOnly()
     r.player.togglePlayPause();
     QVERIFY(!r.player.isPlaying());
     QVERIFY(!r.appState.isPlaying());
+    QCOMPARE(failed.size(), 1);
+    QCOMPARE(failed.first().first().toString(), path);
 
     // The player recovers with the next good file.
     QVERIFY(startAndWaitReady(m_short));
     QVERIFY(r.appState.showFloatingPlayer());
+
+    // A temporary file handed over is the player's: it goes once another item replaces it. Set aside
+    // (an answer plays over the reading) it stays, to be resumed; after that it goes as usual.
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(m_env.root() + QStringLiteral("/runtime")));
+    const QString temporary = Paths::newTemporaryFile(QStringLiteral(".mp3"));
+    QVERIFY(QFile::copy(m_short, temporary));
+    QSignalSpy readyAgain(&r.player, &AudioPlayerManager::itemReady);
+    r.player.playTemporaryFile(temporary);
+    QVERIFY(readyAgain.wait(5000));
+    r.player.setAsideCurrentFile();
+    QVERIFY(startAndWaitReady(m_short));
+    QVERIFY(QFile::exists(temporary));
+    QVERIFY(startAndWaitReady(temporary));
+    QVERIFY(startAndWaitReady(m_short));
+    QVERIFY(!QFile::exists(temporary));
+    QVERIFY(QFile::exists(m_short));
 }
 
 QTEST_GUILESS_MAIN(AudioPlayerManagerTest)

@@ -80,9 +80,10 @@ class TestSpeechSynthesizer final : public QObject {
 public:
     TestSpeechSynthesizer()
     {
-        // Generated files go to a private temporary folder, so the test can see what is left behind.
+        // Generated files go to the private temporary folder below the runtime folder, so the test can
+        // see what is left behind.
+        qputenv("XDG_RUNTIME_DIR", (m_env.root() + QStringLiteral("/runtime")).toUtf8());
         QDir().mkpath(tempFolder());
-        qputenv("TMPDIR", tempFolder().toUtf8());
     }
 
 private:
@@ -95,7 +96,7 @@ private:
     ModelSettings m_models{m_defaults};
     std::unique_ptr<SpeechSynthesizer> m_client;
 
-    QString tempFolder() const { return m_env.root() + QStringLiteral("/tmp"); }
+    QString tempFolder() const { return m_env.root() + QStringLiteral("/runtime/parlino"); }
     QString cacheFolder() const { return m_env.dataHome() + QStringLiteral("/TTSCache"); }
     QStringList temporaryMp3s() const { return QDir(tempFolder()).entryList({QStringLiteral("*.mp3")}, QDir::Files); }
 

@@ -6,9 +6,11 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
+#include <QUrl>
 
 #include <memory>
 #include <vector>
@@ -168,6 +170,18 @@ private Q_SLOTS:
         QVERIFY(!lookUp(*cache, QStringLiteral("Gone")));
         QCOMPARE(entryCount(*cache), 0);
         QCOMPARE(statistics(*cache).totalSize, 0);
+
+        // A file that would not play is dropped when the player says so; other paths change nothing.
+        store(*cache, makeFile(10), QStringLiteral("Broken"));
+        store(*cache, makeFile(20), QStringLiteral("Fine"));
+        const QString broken = *lookUp(*cache, QStringLiteral("Broken"));
+        const QString outside = makeFile(5);
+        cache->removeFile(outside);
+        cache->removeFile(broken);
+        QCOMPARE(entryCount(*cache), 1);
+        QVERIFY(!QFile::exists(broken));
+        QVERIFY(QFile::exists(outside));
+        QVERIFY(lookUp(*cache, QStringLiteral("Fine")));
     }
 
     void evictsLeastRecentlyUsedAtTheByteLimit()
@@ -214,28 +228,104 @@ private Q_SLOTS:
         QCOMPARE(statistics(*cache).totalSize, 100);
     }
 
-    void corruptMetadataIsAnEmptyCacheWithOneLogLine()
+    void anIndexEditedToReachOutsideIsNotTrusted()
     {
+        {
+            auto cache = makeCache();
+            store(*cache, makeFile(10), QStringLiteral("Kept"));
+            store(*cache, makeFile(11), QStringLiteral("Also kept"));
+        }
+        const QString outside = makeFile(7, 'o');
+        const QString outsideUrl = QUrl::fromLocalFile(outside).toString();
+        const auto keyOf = [](const char *text) {
+            return TTSCacheService::generateCacheKey(QLatin1String(text), QStringLiteral("alloy"), 1.0);
+        };
+        const auto record = [&](const QString &key, const QString &url) {
+            return QJsonObject{{u"key"_qs, key},
+                               {u"text"_qs, u"t"_qs},
+                               {u"voice"_qs, u"alloy"_qs},
+                               {u"speed"_qs, 1.0},
+                               {u"createdAt"_qs, u"2026-01-01T12:00:00Z"_qs},
+                               {u"lastAccessedAt"_qs, u"2026-01-01T12:00:00Z"_qs},
+                               {u"fileSize"_qs, 7},
+                               {u"audioFileURL"_qs, url}};
+        };
+        QFile metadata(m_folder + QStringLiteral("/cache_metadata.json"));
+        QVERIFY(metadata.open(QIODevice::ReadOnly));
+        QJsonObject index = QJsonDocument::fromJson(metadata.readAll()).object();
+        metadata.close();
+        index.insert(keyOf("points out"), record(keyOf("points out"), outsideUrl));
+        index.insert(u"../../outside"_qs, record(u"../../outside"_qs, outsideUrl));
+        index.insert(outside, record(outside, outsideUrl));
+        const QString linked = keyOf("linked");
+        QVERIFY(QFile::link(outside, m_folder + u'/' + linked + QStringLiteral(".m4a")));
+        index.insert(linked, record(linked, QUrl::fromLocalFile(m_folder + u'/' + linked + u".m4a"_qs).toString()));
+        QJsonObject wrongType = record(keyOf("wrong type"), QString());
+        wrongType.insert(u"speed"_qs, u"fast"_qs);
+        index.insert(keyOf("wrong type"), wrongType);
+        index.insert(keyOf("garbage"), 42);
+        QVERIFY(metadata.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        metadata.write(QJsonDocument(index).toJson());
+        metadata.close();
+        QFile(m_folder + QStringLiteral("/stray.m4a.part")).open(QIODevice::WriteOnly);
+
+        {
+            LogCapture log;
+            auto cache = makeCache();
+            QCOMPARE(entryCount(*cache), 2);
+            QCOMPARE(log.lines().filter(QStringLiteral("Dropped cache entry")).size(), 6);
+            QVERIFY(lookUp(*cache, QStringLiteral("Kept")));
+            QVERIFY(!lookUp(*cache, QStringLiteral("points out")));
+            // Everything expires, and the outside file is still not the cache's to delete.
+            m_clock.advance(31 * day);
+            QVERIFY(awaitTask(cache->evictOldEntries()).finished);
+            QCOMPARE(entryCount(*cache), 0);
+        }
+        QCOMPARE(QFileInfo(outside).size(), 7);
+        QCOMPARE(QDir(m_folder).entryList(QDir::Files | QDir::System),
+                 (QStringList{u"cache_metadata.json"_qs, u"cache_statistics.json"_qs}));
+
+        // An index that is not JSON is moved aside for the user, and the cache starts empty beside it.
+        init();
         {
             auto cache = makeCache();
             store(*cache, makeFile(10), QStringLiteral("Lost"));
         }
-        QFile metadata(m_folder + QStringLiteral("/cache_metadata.json"));
         QVERIFY(metadata.open(QIODevice::WriteOnly | QIODevice::Truncate));
         metadata.write("{\"broken\": ");
         metadata.close();
-
         LogCapture log;
         auto cache = makeCache();
         QCOMPARE(entryCount(*cache), 0);
         QVERIFY(!lookUp(*cache, QStringLiteral("Lost")));
-        const QStringList errors = log.lines().filter(QStringLiteral("Error loading cache metadata: "));
-        QCOMPARE(errors.size(), 1);
-        QCOMPARE(statistics(*cache).totalSize, 0);
-
-        // Still usable, and the next store writes a valid file again.
+        QCOMPARE(log.lines().filter(QStringLiteral("Error loading cache metadata: ")).size(), 1);
+        const QStringList aside = QDir(m_folder).entryList({QStringLiteral("cache_metadata.json.corrupt-*")});
+        QCOMPARE(aside.size(), 1);
+        QFile kept(m_folder + u'/' + aside.first());
+        QVERIFY(kept.open(QIODevice::ReadOnly));
+        QCOMPARE(kept.readAll(), QByteArray("{\"broken\": "));
+        QCOMPARE(QDir(m_folder).entryList({QStringLiteral("*.m4a")}).size(), 0);
         store(*cache, makeFile(10), QStringLiteral("Fresh"));
         QVERIFY(lookUp(*makeCache(), QStringLiteral("Fresh")));
+    }
+
+    void twoProcessesSharingTheFolderKeepEachOthersEntries()
+    {
+        // Two caches on one folder stand for the app and the command line: each change re-reads the index
+        // under the lock, so interleaved stores all survive.
+        auto app = makeCache();
+        auto commandLine = makeCache();
+        std::vector<QCoro::Task<>> pending;
+        for (int i = 0; i < 10; ++i) {
+            pending.push_back(app->cacheAudio(makeFile(10), QStringLiteral("App %1").arg(i), u"alloy"_qs, 1.0));
+            pending.push_back(
+                commandLine->cacheAudio(makeFile(10), QStringLiteral("Command %1").arg(i), u"alloy"_qs, 1.0));
+        }
+        for (auto &task : pending)
+            QVERIFY(awaitTask(std::move(task)).finished);
+        QVERIFY(lookUp(*app, QStringLiteral("Command 3")));
+        QVERIFY(lookUp(*commandLine, QStringLiteral("App 7")));
+        QCOMPARE(statistics(*makeCache()), (TTSCacheStatistics{2, 0, 200, 20}));
     }
 
     void storeFailuresAreLoggedNotThrown()
