@@ -62,4 +62,22 @@ void JsonIndexFile::tidyFolder(const QStringList &keptNames) const
     }
 }
 
+void JsonIndexFile::tidyFolder(const std::function<QList<QUuid>()> &listedIDs) const
+{
+    QStringList kept;
+    try {
+        for (const QUuid &id : listedIDs())
+            kept.append(audioFileName(id));
+    } catch (const LibraryError &error) {
+        PWARN(lcLibrary) << "⚠️ The library folder was not tidied: " << error.description();
+        return;
+    }
+    tidyFolder(kept);
+}
+
+QString JsonIndexFile::audioFileName(const QUuid &id)
+{
+    return id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+}
+
 } // namespace parlino

@@ -2,9 +2,12 @@
 
 #include <QByteArray>
 #include <QJsonArray>
+#include <QList>
 #include <QString>
 #include <QStringList>
+#include <QUuid>
 
+#include <functional>
 #include <optional>
 
 namespace parlino {
@@ -27,6 +30,11 @@ public:
     // removes the files beside the index that are neither the index nor in keptNames (what a crash
     // between copying a file and listing it leaves). A link is removed itself, never followed.
     void tidyFolder(const QStringList &keptNames) const;
+    // The same, keeping the audio files of the items listedIDs names; a damaged index (listedIDs
+    // throws) leaves the folder untouched.
+    void tidyFolder(const std::function<QList<QUuid>()> &listedIDs) const;
+    // An item's audio file name in its folder, made from its ID and never taken from an index.
+    [[nodiscard]] static QString audioFileName(const QUuid &id);
 
 private:
     QString m_path;

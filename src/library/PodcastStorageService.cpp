@@ -25,20 +25,17 @@ QString PodcastStorageService::defaultFolder()
 
 QString PodcastStorageService::audioPathFor(const QUuid &id) const
 {
-    return m_folder + u'/' + id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+    return m_folder + u'/' + JsonIndexFile::audioFileName(id);
 }
 
 void PodcastStorageService::tidyFolder() const
 {
-    QStringList kept;
-    try {
+    m_index.tidyFolder([this] {
+        QList<QUuid> ids;
         for (const Podcast &podcast : loadAllPodcasts())
-            kept.append(QFileInfo(audioPathFor(podcast.id)).fileName());
-    } catch (const LibraryError &error) {
-        PWARN(lcLibrary) << "⚠️ The library folder was not tidied: " << error.description();
-        return;
-    }
-    m_index.tidyFolder(kept);
+            ids.append(podcast.id);
+        return ids;
+    });
 }
 
 Podcast PodcastStorageService::savePodcast(const Podcast &podcast)

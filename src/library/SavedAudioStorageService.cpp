@@ -25,20 +25,17 @@ QString SavedAudioStorageService::defaultFolder()
 
 QString SavedAudioStorageService::audioPathFor(const QUuid &id) const
 {
-    return m_folder + u'/' + id.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".mp3");
+    return m_folder + u'/' + JsonIndexFile::audioFileName(id);
 }
 
 void SavedAudioStorageService::tidyFolder() const
 {
-    QStringList kept;
-    try {
+    m_index.tidyFolder([this] {
+        QList<QUuid> ids;
         for (const SavedAudio &item : loadAll())
-            kept.append(QFileInfo(audioPathFor(item.id)).fileName());
-    } catch (const LibraryError &error) {
-        PWARN(lcLibrary) << "⚠️ The library folder was not tidied: " << error.description();
-        return;
-    }
-    m_index.tidyFolder(kept);
+            ids.append(item.id);
+        return ids;
+    });
 }
 
 QList<SavedAudio> SavedAudioStorageService::loadAll() const
