@@ -33,12 +33,10 @@ AppState::~AppState() = default;
 
 void AppState::loadFloatingPlayerSize()
 {
-    const QSizeF stored = m_defaults.value(SettingsKeys::floatingPlayerSize).toSizeF();
     // A hand-edited or corrupt value keeps the default size.
-    if (stored.width() < kFloatingPlayerMinWidth || stored.width() > kFloatingPlayerMaxWidth
-        || stored.height() < kFloatingPlayerMinHeight || stored.height() > kFloatingPlayerMaxHeight)
-        return;
-    m_floatingPlayerSize = stored;
+    m_floatingPlayerSize = m_defaults.boundedSize(
+        SettingsKeys::floatingPlayerSize, QSizeF(kFloatingPlayerMinWidth, kFloatingPlayerMinHeight),
+        QSizeF(kFloatingPlayerMaxWidth, kFloatingPlayerMaxHeight), m_floatingPlayerSize);
 }
 
 void AppState::mirrorPlayer(const AudioPlayerManager &player)
@@ -154,7 +152,7 @@ QCoro::Task<> AppState::syncVoicePreferenceFromSupabase()
 
 void AppState::loadDefaultPlaybackSpeed()
 {
-    const double stored = m_defaults.doubleForKey(SettingsKeys::defaultSpeed);
+    const double stored = m_defaults.boundedDouble(SettingsKeys::defaultSpeed, 0, kFastestPlaybackRate, 0);
     if (stored <= 0)
         return;
     // A stored rate that is none of the selectable speeds keeps the current one.

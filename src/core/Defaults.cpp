@@ -7,7 +7,24 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cmath>
+
 namespace parlino {
+
+namespace {
+
+// A number that is finite and within [min, max]; QString::toDouble() accepts "nan" and "inf", so
+// both are checked here rather than trusted to the comparison.
+std::optional<double> finiteWithin(const QVariant &stored, double min, double max)
+{
+    bool ok = false;
+    const double number = stored.toDouble(&ok);
+    if (!ok || !std::isfinite(number) || number < min || number > max)
+        return std::nullopt;
+    return number;
+}
+
+} // namespace
 
 Defaults::Defaults(const QString &filePath, QObject *parent)
     : QObject(parent)
@@ -70,6 +87,59 @@ QVariant Defaults::value(const QString &key) const
 {
     QMutexLocker lock(&m_mutex);
     return m_settings->value(key);
+}
+
+double Defaults::boundedDouble(const QString &key, double min, double max, double fallback) const
+{
+    const QVariant stored = value(key);
+    if (!stored.isValid())
+        return fallback;
+    if (const std::optional<double> number = finiteWithin(stored, min, max))
+        return *number;
+    warnOnce(key, stored);
+    return fallback;
+}
+
+qint64 Defaults::boundedInteger(const QString &key, qint64 min, qint64 max, qint64 fallback) const
+{
+    const QVariant stored = value(key);
+    if (!stored.isValid())
+        return fallback;
+    // Read as text so that a count beyond qint64 is refused instead of wrapped or rounded.
+    bool ok = false;
+    const qint64 number = stored.toString().trimmed().toLongLong(&ok);
+    if (ok && number >= min && number <= max)
+        return number;
+    warnOnce(key, stored);
+    return fallback;
+}
+
+QSizeF Defaults::boundedSize(const QString &key, const QSizeF &min, const QSizeF &max, const QSizeF &fallback) const
+{
+    const QVariant stored = value(key);
+    if (!stored.isValid())
+        return fallback;
+    if (stored.canConvert<QSizeF>()) {
+        const QSizeF size = stored.toSizeF();
+        const std::optional<double> width = finiteWithin(size.width(), min.width(), max.width());
+        const std::optional<double> height = finiteWithin(size.height(), min.height(), max.height());
+        if (width && height)
+            return {*width, *height};
+    }
+    warnOnce(key, stored);
+    return fallback;
+}
+
+void Defaults::warnOnce(const QString &key, const QVariant &stored) const
+{
+    {
+        QMutexLocker lock(&m_mutex);
+        if (m_warnedKeys.contains(key))
+            return;
+        m_warnedKeys.insert(key);
+    }
+    PWARN(lcApp) << "⚠️ Ignoring the setting " << key << " = " << stored.toString()
+                 << " (not a number in its range); using the default";
 }
 
 bool Defaults::contains(const QString &key) const

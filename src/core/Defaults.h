@@ -3,7 +3,9 @@
 #include <QByteArray>
 #include <QMutex>
 #include <QObject>
+#include <QSet>
 #include <QSettings>
+#include <QSizeF>
 #include <QStringList>
 #include <QVariant>
 
@@ -32,6 +34,16 @@ public:
     [[nodiscard]] std::optional<QString> stringForKey(const QString &key) const;
     [[nodiscard]] QByteArray dataForKey(const QString &key) const;
     [[nodiscard]] QVariant value(const QString &key) const;
+
+    // Range-checked reads for values a user or a damaged file may have changed. An absent key gives
+    // `fallback`; so does a value that is not a number, is NaN or infinite, or lies outside
+    // [min, max], with one warning per key and process.
+    [[nodiscard]] double boundedDouble(const QString &key, double min, double max, double fallback) const;
+    [[nodiscard]] qint64 boundedInteger(const QString &key, qint64 min, qint64 max, qint64 fallback) const;
+    // Both sides checked as boundedDouble() does, against the sides of `min` and `max`.
+    [[nodiscard]] QSizeF boundedSize(const QString &key, const QSizeF &min, const QSizeF &max,
+                                     const QSizeF &fallback) const;
+
     [[nodiscard]] bool contains(const QString &key) const;
     [[nodiscard]] QStringList allKeys() const;
     [[nodiscard]] QString filePath() const;
@@ -45,7 +57,10 @@ Q_SIGNALS:
     void valueChanged(const QString &key);
 
 private:
+    void warnOnce(const QString &key, const QVariant &stored) const;
+
     mutable QMutex m_mutex;
+    mutable QSet<QString> m_warnedKeys;
     std::unique_ptr<QSettings> m_settings;
 };
 

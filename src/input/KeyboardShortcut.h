@@ -22,6 +22,9 @@ struct KeyboardShortcut final {
     quint32 keyCode{0};
     quint32 modifiers{0};
 
+    // Super, Ctrl or Alt is held: a global grab of a bare key (or Shift with one) would take that key
+    // away from typing in every application.
+    [[nodiscard]] bool hasGlobalModifier() const { return (modifiers & (command | option | control)) != 0; }
     // For the settings screen, e.g. "Super+Shift+R".
     [[nodiscard]] QString displayString() const;
     // The name of a virtual key code ("R", "Right", "F5"); "Key 0x.." for codes outside the table.

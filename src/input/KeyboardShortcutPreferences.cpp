@@ -80,6 +80,11 @@ QMap<QString, KeyboardShortcut> KeyboardShortcutPreferences::defaultShortcuts()
 
 void KeyboardShortcutPreferences::set(const KeyboardShortcut &shortcut, const QString &action)
 {
+    if (!shortcut.hasGlobalModifier()) {
+        PWARN(lcInput) << "⚠️ Refusing " << shortcut.displayString() << " for " << action
+                       << ": a global shortcut needs Super, Ctrl or Alt";
+        return;
+    }
     m_shortcuts.insert(action, shortcut);
     saveShortcuts();
     Q_EMIT keyboardShortcutsChanged();
@@ -114,6 +119,21 @@ void KeyboardShortcutPreferences::loadShortcuts()
         PLOG(lcInput) << "❌ Failed to load shortcuts: " << error;
         m_unreadableData = data;
         return;
+    }
+    const QMap<QString, KeyboardShortcut> defaults = defaultShortcuts();
+    for (auto it = decoded.begin(); it != decoded.end();) {
+        if (it.value().hasGlobalModifier()) {
+            ++it;
+            continue;
+        }
+        PWARN(lcInput) << "⚠️ The stored shortcut " << it.value().displayString() << " for " << it.key()
+                       << " has no Super, Ctrl or Alt; using the default";
+        if (defaults.contains(it.key())) {
+            it.value() = defaults.value(it.key());
+            ++it;
+        } else {
+            it = decoded.erase(it);
+        }
     }
     m_shortcuts = decoded;
     PLOG(lcInput) << "✅ Loaded " << m_shortcuts.size() << " custom shortcuts";

@@ -30,7 +30,8 @@ public:
 
     [[nodiscard]] const QMap<QString, KeyboardShortcut> &shortcuts() const { return m_shortcuts; }
 
-    // Binds `action` to `shortcut`, saves all bindings and announces the change.
+    // Binds `action` to `shortcut`, saves all bindings and announces the change. A shortcut without
+    // Super, Ctrl or Alt is refused (and logged); a stored one is replaced by the action's default.
     void set(const KeyboardShortcut &shortcut, const QString &action);
     // Back to the bindings the app ships with, saved and announced like set().
     void resetToDefaults();

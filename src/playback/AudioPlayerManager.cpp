@@ -5,6 +5,7 @@
 #include "core/Paths.h"
 #include "core/SettingsKeys.h"
 #include "playback/AudioEngine.h"
+#include "playback/PlaybackSpeed.h"
 #include "speech/SpeechStream.h"
 #include "usage/UsageTracker.h"
 
@@ -132,8 +133,8 @@ void AudioPlayerManager::startItem(const std::function<void()> &load, std::optio
     m_hasItem = true;
     m_itemFailed = false;
 
-    const double storedSpeed = m_defaults.doubleForKey(SettingsKeys::defaultSpeed);
-    float initialSpeed = std::isfinite(storedSpeed) && storedSpeed > 0 ? static_cast<float>(storedSpeed) : 1.0F;
+    const double storedSpeed = m_defaults.boundedDouble(SettingsKeys::defaultSpeed, 0, kFastestPlaybackRate, 0);
+    float initialSpeed = storedSpeed > 0 ? static_cast<float>(storedSpeed) : 1.0F;
     if (speed && std::isfinite(*speed) && *speed > 0)
         initialSpeed = *speed;
     PLOG(lcPlayback) << "   Initial playback speed: " << formatRate(initialSpeed);

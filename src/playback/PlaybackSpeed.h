@@ -20,6 +20,9 @@ inline constexpr std::array<PlaybackSpeed, 11> allPlaybackSpeeds{
     return 0.5 + 0.25 * static_cast<int>(speed);
 }
 
+// The range a stored default speed must lie in (0 meaning none chosen).
+inline constexpr double kFastestPlaybackRate = 3.0;
+
 // "1x", "2x", "3x" for whole rates, "0.5x", "1.25x" for the others.
 [[nodiscard]] inline QString displayName(PlaybackSpeed speed)
 {

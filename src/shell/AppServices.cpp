@@ -65,6 +65,8 @@
 #include <QNetworkAccessManager>
 #include <QUrl>
 
+#include <limits>
+
 namespace parlino {
 
 namespace {
@@ -105,9 +107,8 @@ Defaults &AppServices::defaults()
 qint64 AppServices::maxTextLength()
 {
     // Absent, unreadable, zero or negative values give the default.
-    bool valid = false;
-    const qint64 stored = defaults().value(SettingsKeys::maxTextLength).toLongLong(&valid);
-    return valid && stored > 0 ? stored : defaultMaxTextLength;
+    return defaults().boundedInteger(SettingsKeys::maxTextLength, 1, std::numeric_limits<qint64>::max(),
+                                     defaultMaxTextLength);
 }
 
 KeychainService &AppServices::keychain()

@@ -164,6 +164,14 @@ void SettingsShortcutsPage::record(const QString &action)
     const QKeySequence recorded = editor->keySequence();
     const KeyboardShortcut current = m_preferences.shortcuts().value(action);
     const std::optional<KeyboardShortcut> shortcut = fromKeySequence(recorded);
+    const Qt::KeyboardModifiers held = recorded.isEmpty() ? Qt::NoModifier : recorded[0].keyboardModifiers();
+    if (!recorded.isEmpty() && !(held & (Qt::MetaModifier | Qt::ControlModifier | Qt::AltModifier))) {
+        m_status->setText(QStringLiteral("%1 cannot be a global shortcut: it needs Super, Ctrl or Alt (Shift alone is "
+                                         "not enough).")
+                              .arg(recorded.toString(QKeySequence::NativeText)));
+        refresh();
+        return;
+    }
     if (!shortcut) {
         if (!recorded.isEmpty())
             m_status->setText(QStringLiteral("%1 cannot be a global shortcut: use Super, Ctrl or Alt with a letter, "

@@ -1,8 +1,10 @@
 #include "usage/MonthlyUsageStats.h"
 
+#include "core/Logging.h"
 #include "usage/TTSUsageLog.h"
 
 #include <QJsonValue>
+#include <QtGlobal>
 
 #include <cmath>
 #include <optional>
@@ -24,6 +26,11 @@ QJsonObject breakdownJson(const QMap<QString, UsageBreakdown> &lines)
     return json;
 }
 
+bool isCount(const QJsonValue &value)
+{
+    return value.isDouble() && value.toInteger(-1) >= 0;
+}
+
 std::optional<QMap<QString, UsageBreakdown>> breakdownFromJson(const QJsonValue &value)
 {
     if (!value.isObject())
@@ -32,7 +39,7 @@ std::optional<QMap<QString, UsageBreakdown>> breakdownFromJson(const QJsonValue 
     const QJsonObject object = value.toObject();
     for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
         const QJsonObject line = it.value().toObject();
-        if (!line.value(u"callCount").isDouble() || !line.value(u"characters").isDouble())
+        if (!isCount(line.value(u"callCount")) || !isCount(line.value(u"characters")))
             return std::nullopt;
         lines.insert(it.key(),
                      UsageBreakdown{line.value(u"callCount").toInteger(), line.value(u"characters").toInteger(),
@@ -41,32 +48,57 @@ std::optional<QMap<QString, UsageBreakdown>> breakdownFromJson(const QJsonValue 
     return lines;
 }
 
-void addTo(UsageBreakdown &line, const TTSUsageLog &log)
+// Costs beyond this cannot be rounded into a qint64 of cents.
+constexpr double kLargestCostCents = 9.0e18;
+
+bool costFits(double cents)
 {
-    line.avgCostPerKChars = (line.avgCostPerKChars * static_cast<double>(line.callCount) + log.costPerKChars)
-                            / static_cast<double>(line.callCount + 1);
-    ++line.callCount;
-    line.characters += log.characterCount;
+    return std::isfinite(cents) && std::fabs(cents) < kLargestCostCents;
+}
+
+// False when a count or cost would overflow; the line may then be half updated.
+bool addTo(UsageBreakdown &line, const TTSUsageLog &log)
+{
+    const double average = (line.avgCostPerKChars * static_cast<double>(line.callCount) + log.costPerKChars)
+                           / (static_cast<double>(line.callCount) + 1);
+    if (qAddOverflow(line.callCount, qint64(1), &line.callCount)
+        || qAddOverflow(line.characters, log.characterCount, &line.characters))
+        return false;
+    line.avgCostPerKChars = average;
     line.costCents += log.costCents();
+    return costFits(line.costCents) && std::isfinite(average);
+}
+
+bool addChecked(MonthlyUsageStats &stats, const TTSUsageLog &log, UsageEventType eventType)
+{
+    qint64 *counter = nullptr;
+    switch (eventType) {
+    case UsageEventType::tts: counter = &stats.ttsCallCount; break;
+    case UsageEventType::podcast: counter = &stats.podcastCount; break;
+    case UsageEventType::qaInteraction: counter = &stats.qaInteractionCount; break;
+    case UsageEventType::readSummary: counter = &stats.readSummaryCount; break;
+    }
+    stats.exactCostCents += log.costCents();
+    if (qAddOverflow(stats.totalCharacters, log.characterCount, &stats.totalCharacters)
+        || qAddOverflow(*counter, qint64(1), counter) || !costFits(stats.exactCostCents))
+        return false;
+    stats.totalCostCents = std::llround(stats.exactCostCents);
+    return addTo(stats.byProvider[log.provider], log) && addTo(stats.byVoiceTier[log.voiceTier], log)
+           && addTo(stats.byFeature[log.feature], log) && addTo(stats.bySource[log.requestSource], log);
 }
 
 } // namespace
 
 void MonthlyUsageStats::add(const TTSUsageLog &log, UsageEventType eventType)
 {
-    totalCharacters += log.characterCount;
-    exactCostCents += log.costCents();
-    totalCostCents = std::llround(exactCostCents);
-    switch (eventType) {
-    case UsageEventType::tts: ++ttsCallCount; break;
-    case UsageEventType::podcast: ++podcastCount; break;
-    case UsageEventType::qaInteraction: ++qaInteractionCount; break;
-    case UsageEventType::readSummary: ++readSummaryCount; break;
+    MonthlyUsageStats next = *this;
+    if (!addChecked(next, log, eventType)) {
+        PWARN(lcUsage) << "⚠️ This month's usage statistics overflowed; starting them again";
+        next = {};
+        if (!addChecked(next, log, eventType))
+            next = {};
     }
-    addTo(byProvider[log.provider], log);
-    addTo(byVoiceTier[log.voiceTier], log);
-    addTo(byFeature[log.feature], log);
-    addTo(bySource[log.requestSource], log);
+    *this = next;
 }
 
 QJsonObject MonthlyUsageStats::toJson() const
@@ -88,7 +120,7 @@ std::optional<MonthlyUsageStats> MonthlyUsageStats::fromJson(const QJsonObject &
 {
     for (const char16_t *key : {u"totalCharacters", u"totalCostCents", u"ttsCallCount", u"podcastCount",
                                 u"qaInteractionCount", u"readSummaryCount"}) {
-        if (!json.value(QStringView(key)).isDouble())
+        if (!isCount(json.value(QStringView(key))))
             return std::nullopt;
     }
     const auto provider = breakdownFromJson(json.value(u"byProvider"));

@@ -40,11 +40,12 @@ struct MonthlyUsageStats {
     // The unrounded cost behind totalCostCents, so many small requests are not rounded away.
     double exactCostCents = 0;
 
-    // Folds one request in: totals, the counter of its kind, and its four breakdown lines.
+    // Folds one request in: totals, the counter of its kind, and its four breakdown lines. Totals that
+    // would overflow start again from this request, with a warning.
     void add(const TTSUsageLog &log, UsageEventType eventType);
 
     [[nodiscard]] QJsonObject toJson() const;
-    // Nothing when the members are not there or of the wrong type.
+    // Nothing when the members are not there, of the wrong type, or counts below zero.
     [[nodiscard]] static std::optional<MonthlyUsageStats> fromJson(const QJsonObject &json);
 
     friend bool operator==(const MonthlyUsageStats &, const MonthlyUsageStats &) = default;

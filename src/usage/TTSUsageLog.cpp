@@ -55,7 +55,8 @@ std::optional<TTSUsageLog> TTSUsageLog::fromJson(const QJsonObject &json)
     const QUuid id = QUuid::fromString(json.value(u"id").toString());
     const QJsonValue timestamp = json.value(u"timestamp");
     const QJsonValue characters = json.value(u"characterCount");
-    if (id.isNull() || !timestamp.isDouble() || !characters.isDouble())
+    // A count that is negative or not a whole number within qint64 is damage, not usage.
+    if (id.isNull() || !timestamp.isDouble() || !characters.isDouble() || characters.toInteger(-1) < 0)
         return std::nullopt;
     for (const char16_t *key :
          {u"provider", u"modelName", u"voiceName", u"voiceTier", u"feature", u"requestSource", u"platform"}) {

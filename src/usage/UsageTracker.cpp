@@ -4,8 +4,6 @@
 #include "core/Logging.h"
 #include "core/SettingsKeys.h"
 
-#include <QtGlobal>
-
 #include <cmath>
 #include <limits>
 
@@ -13,21 +11,25 @@ namespace parlino {
 
 namespace {
 
-double storedNonNegative(const Defaults &defaults, const QString &key)
-{
-    const double value = defaults.doubleForKey(key);
-    return std::isfinite(value) && value > 0 ? value : 0.0;
-}
+constexpr double kLargestFigure = std::numeric_limits<double>::max();
+constexpr qint64 kLargestCount = std::numeric_limits<qint64>::max();
 
 } // namespace
 
 UsageTracker::UsageTracker(Defaults &defaults, QObject *parent)
     : QObject(parent)
     , m_defaults(defaults)
-    , m_totalListeningTime(storedNonNegative(defaults, SettingsKeys::totalListeningTime))
-    , m_playbackSpeedSum(storedNonNegative(defaults, SettingsKeys::playbackSpeedSum))
-    , m_playbackSpeedCount(std::max<qint64>(0, defaults.integerForKey(SettingsKeys::playbackSpeedCount)))
+    , m_totalListeningTime(defaults.boundedDouble(SettingsKeys::totalListeningTime, 0, kLargestFigure, 0))
+    , m_playbackSpeedSum(defaults.boundedDouble(SettingsKeys::playbackSpeedSum, 0, kLargestFigure, 0))
+    , m_playbackSpeedCount(defaults.boundedInteger(SettingsKeys::playbackSpeedCount, 0, kLargestCount, 0))
 {
+    // A sum without its count (or the other way round) would make the average meaningless.
+    if ((m_playbackSpeedCount == 0) != (m_playbackSpeedSum == 0)) {
+        PWARN(lcUsage) << "⚠️ Playback speed figures disagree (sum " << m_playbackSpeedSum << ", count "
+                       << m_playbackSpeedCount << "); starting them again";
+        m_playbackSpeedSum = 0;
+        m_playbackSpeedCount = 0;
+    }
 }
 
 double UsageTracker::averagePlaybackSpeed() const
@@ -39,6 +41,10 @@ void UsageTracker::addListeningTime(double seconds)
 {
     if (!std::isfinite(seconds) || seconds <= 0)
         return;
+    if (!std::isfinite(m_totalListeningTime + seconds)) {
+        PWARN(lcUsage) << "⚠️ Total listening time overflowed; starting it again";
+        m_totalListeningTime = 0;
+    }
     m_totalListeningTime += seconds;
     save();
     Q_EMIT totalListeningTimeChanged();
@@ -46,11 +52,14 @@ void UsageTracker::addListeningTime(double seconds)
 
 void UsageTracker::recordPlaybackSpeed(double speed)
 {
-    if (m_playbackSpeedCount == std::numeric_limits<qint64>::max())
-        qFatal("playbackSpeedCount overflow");
     if (!std::isfinite(speed) || speed <= 0) {
         PWARN(lcUsage) << "⚠️ Ignoring invalid playback speed: " << speed;
         return;
+    }
+    if (m_playbackSpeedCount == kLargestCount || !std::isfinite(m_playbackSpeedSum + speed)) {
+        PWARN(lcUsage) << "⚠️ Playback speed figures overflowed; starting them again";
+        m_playbackSpeedSum = 0;
+        m_playbackSpeedCount = 0;
     }
     m_playbackSpeedSum += speed;
     ++m_playbackSpeedCount;

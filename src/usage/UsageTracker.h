@@ -16,7 +16,7 @@ class UsageTracker final : public QObject {
     Q_PROPERTY(qint64 playbackSpeedCount READ playbackSpeedCount NOTIFY playbackSpeedChanged)
 
 public:
-    // Reads the stored figures; absent or unreadable values start at zero.
+    // Reads the stored figures; absent, corrupt or inconsistent values start at zero (with a warning).
     explicit UsageTracker(Defaults &defaults, QObject *parent = nullptr);
 
     // Seconds of listening, summed over all sessions.
@@ -26,9 +26,10 @@ public:
     // The mean of all recorded speeds, or 1 when none was recorded.
     [[nodiscard]] double averagePlaybackSpeed() const;
 
-    // Adds a listening session; negative or non-finite durations are ignored.
+    // Adds a listening session; negative or non-finite durations are ignored, a total that would
+    // overflow starts again.
     void addListeningTime(double seconds);
-    // Counts one speed choice. An overflowing count is a fatal error.
+    // Counts one speed choice. Figures that would overflow start again from this choice.
     void recordPlaybackSpeed(double speed);
 
 Q_SIGNALS:

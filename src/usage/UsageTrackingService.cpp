@@ -117,8 +117,10 @@ qint64 UsageTrackingService::calculateCurrentMonth() const
     const QDateTime start = currentMonthStart();
     qint64 total = 0;
     for (const TTSUsageLog &log : m_usageLogs) {
-        if (log.timestamp >= start)
-            total += log.characterCount;
+        if (log.timestamp >= start && qAddOverflow(total, log.characterCount, &total)) {
+            PWARN(lcUsage) << "⚠️ This month's character count overflowed; starting it again";
+            return 0;
+        }
     }
     return total;
 }
@@ -152,8 +154,10 @@ void UsageTrackingService::addUsageLog(const TTSUsageLog &log, UsageEventType ev
     m_usageLogs.append(log);
     m_pendingLogs.append(log);
     qint64 total = 0;
-    if (log.characterCount < 0 || qAddOverflow(m_currentMonthCharacters, log.characterCount, &total))
-        qFatal("Usage character count overflowed");
+    if (qAddOverflow(m_currentMonthCharacters, log.characterCount, &total)) {
+        PWARN(lcUsage) << "⚠️ This month's character count overflowed; starting it again";
+        total = log.characterCount;
+    }
     saveLogs();
     savePendingLogs();
     setCurrentMonthCharacters(total);

@@ -241,6 +241,8 @@ private Q_SLOTS:
         QCOMPARE(AppState(*m_defaults).floatingPlayerSize(), QSizeF(280, 380));
         m_defaults->set(QStringLiteral("floatingPlayerSize"), QStringLiteral("huge"));
         QCOMPARE(AppState(*m_defaults).floatingPlayerSize(), QSizeF(280, 380));
+        m_defaults->set(QStringLiteral("floatingPlayerSize"), QSizeF(qQNaN(), 400));
+        QCOMPARE(AppState(*m_defaults).floatingPlayerSize(), QSizeF(280, 380));
     }
 
     void everyFieldNotifies()

@@ -66,13 +66,28 @@ private Q_SLOTS:
                  (QJsonObject{{QStringLiteral("keyCode"), 17}, {QStringLiteral("modifiers"), 0x1800}}));
     }
 
+    // A stored binding without Super, Ctrl or Alt is never grabbed: its action gets its default, an
+    // unknown action is dropped, and set() refuses one too.
     void storedDictionaryReplacesTheDefaults()
     {
-        storeRaw(R"({"readAloud": {"keyCode": 3, "modifiers": 4352}})");
+        storeRaw(R"({"readAloud": {"keyCode": 3, "modifiers": 4352}, "playPause": {"keyCode": 49, "modifiers": 0},)"
+                 R"( "stopReading": {"keyCode": 1, "modifiers": 512}, "later": {"keyCode": 2, "modifiers": 512}})");
         LogCapture log;
         KeyboardShortcutPreferences preferences(*m_defaults);
-        QVERIFY(log.contains(QStringLiteral("✅ Loaded 1 custom shortcuts")));
-        QCOMPARE(preferences.shortcuts().keys(), QStringList{QStringLiteral("readAloud")});
+        QVERIFY(log.contains(QStringLiteral("✅ Loaded 3 custom shortcuts")));
+        QVERIFY(log.contains(QStringLiteral(
+            "⚠️ The stored shortcut Space for playPause has no Super, Ctrl or Alt; using the default")));
+        QCOMPARE(log.lines().filter(QStringLiteral("has no Super, Ctrl or Alt")).size(), 3);
+        const QMap<QString, KeyboardShortcut> defaults = KeyboardShortcutPreferences::defaultShortcuts();
+        QCOMPARE(preferences.shortcuts(),
+                 (QMap<QString, KeyboardShortcut>{
+                     {QStringLiteral("readAloud"), {3, 4352}},
+                     {QStringLiteral("playPause"), defaults[QStringLiteral("playPause")]},
+                     {QStringLiteral("stopReading"), defaults[QStringLiteral("stopReading")]}}));
+
+        QSignalSpy changed(&preferences, &KeyboardShortcutPreferences::keyboardShortcutsChanged);
+        preferences.set(KeyboardShortcut{3, KeyboardShortcut::shift}, QStringLiteral("readAloud"));
+        QCOMPARE(changed.count(), 0);
         QCOMPARE(preferences.shortcuts().value(QStringLiteral("readAloud")), (KeyboardShortcut{3, 4352}));
     }
 

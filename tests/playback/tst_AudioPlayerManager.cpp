@@ -177,6 +177,8 @@ void AudioPlayerManagerTest::defaultSpeedChoosesTheStartingRate_data()
     QTest::newRow("zero") << QVariant(0.0) << 1.0 << PlaybackSpeed::x1;
     QTest::newRow("negative") << QVariant(-2.0) << 1.0 << PlaybackSpeed::x1;
     QTest::newRow("not a number") << QVariant(QStringLiteral("fast")) << 1.0 << PlaybackSpeed::x1;
+    QTest::newRow("NaN") << QVariant(QStringLiteral("nan")) << 1.0 << PlaybackSpeed::x1;
+    QTest::newRow("far too fast") << QVariant(1000.0) << 1.0 << PlaybackSpeed::x1;
     QTest::newRow("a listed speed") << QVariant(1.5) << 1.5 << PlaybackSpeed::x1_5;
     QTest::newRow("between speeds") << QVariant(1.7) << 1.7 << PlaybackSpeed::x1_25;
 }

@@ -218,6 +218,15 @@ private Q_SLOTS:
                  QStringLiteral("Super+Shift+X"));
         QCOMPARE(readAloud->keySequence(), QKeySequence(QStringLiteral("Meta+Shift+X")));
 
+        // Shift alone would take the key away from typing everywhere.
+        readAloud->clear();
+        QTest::keyClick(readAloud, Qt::Key_Y, Qt::ShiftModifier);
+        QTRY_VERIFY_WITH_TIMEOUT(status->text().contains(QStringLiteral("needs")), 5000);
+        QCOMPARE(status->text(), QStringLiteral("Shift+Y cannot be a global shortcut: it needs Super, Ctrl or Alt "
+                                                "(Shift alone is not enough)."));
+        QCOMPARE(shortcuts.shortcuts().value(QStringLiteral("readAloud")).displayString(),
+                 QStringLiteral("Super+Shift+X"));
+
         control<QPushButton>(window, QStringLiteral("Reset every shortcut to its default"))->click();
         QCOMPARE(shortcuts.shortcuts(), KeyboardShortcutPreferences::defaultShortcuts());
         QCOMPARE(readAloud->keySequence(), QKeySequence(QStringLiteral("Meta+Shift+R")));

@@ -16,6 +16,7 @@
 #include <QTimeZone>
 
 #include <ctime>
+#include <limits>
 
 using namespace parlino;
 
@@ -219,6 +220,34 @@ private Q_SLOTS:
         QCOMPARE(usage.monthlyStats(), MonthlyUsageStats());
         QCOMPARE(log.count(QStringLiteral("❌ Error loading ttsUsageLogs: unterminated array")), 1);
         QVERIFY(log.contains(QStringLiteral("❌ Error loading monthlyUsageStats: not usage statistics")));
+
+        // Counts below zero are damage too.
+        MonthlyUsageStats negative;
+        negative.totalCharacters = -5;
+        m_defaults.set(SettingsKeys::monthlyUsageStats, QJsonDocument(negative.toJson()).toJson());
+        QCOMPARE(UsageTrackingService(m_defaults, m_clock).monthlyStats(), MonthlyUsageStats());
+    }
+
+    // Counts that would overflow start again with a warning; the app keeps running.
+    void overflowingCountsStartAgain()
+    {
+        constexpr qint64 largest = std::numeric_limits<qint64>::max();
+        {
+            UsageTrackingService usage(m_defaults, m_clock);
+            usage.addUsageLog(logOf(at(2026, 11, 20), largest - 10));
+            test::LogCapture log;
+            usage.addUsageLog(logOf(at(2026, 11, 20), 100));
+            QCOMPARE(usage.currentMonthCharacters(), 100);
+            QCOMPARE(usage.monthlyStats().totalCharacters, 100);
+            QCOMPARE(usage.monthlyStats().ttsCallCount, 1);
+            QVERIFY(log.contains(QStringLiteral("⚠️ This month's character count overflowed; starting it again")));
+            QVERIFY(
+                log.contains(QStringLiteral("⚠️ This month's usage statistics overflowed; starting them again")));
+        }
+        // Both logs are kept; their sum read back at start-up overflows as well.
+        test::LogCapture log;
+        QCOMPARE(UsageTrackingService(m_defaults, m_clock).currentMonthCharacters(), 0);
+        QVERIFY(log.contains(QStringLiteral("⚠️ This month's character count overflowed; starting it again")));
     }
 };
 
