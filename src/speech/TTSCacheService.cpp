@@ -418,8 +418,9 @@ void TTSCacheService::removeExpired()
         removeEntry(key);
 }
 
-void TTSCacheService::removeEntry(const QString &key)
+void TTSCacheService::removeEntry(QString key)
 {
+    // By value: callers pass the key of the very entry erased below.
     const auto found = m_cacheEntries.constFind(key);
     if (found == m_cacheEntries.constEnd())
         return;

@@ -90,7 +90,7 @@ private:
     void store(const QString &filePath, const QString &text, const QString &voice, double speed);
     void removeExpired();
     void evictLRUEntries(qint64 incomingBytes);
-    void removeEntry(const QString &key);
+    void removeEntry(QString key);
     void putEntry(const TTSCacheEntry &entry);
     [[nodiscard]] bool isExpired(const TTSCacheEntry &entry) const;
     [[nodiscard]] QString audioPathFor(const QString &key) const;
