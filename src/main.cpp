@@ -3,6 +3,7 @@
 #include "shell/ParlinoApp.h"
 
 #include <QApplication>
+#include <QIcon>
 
 #include <clocale>
 #include <cstdio>
@@ -50,6 +51,10 @@ int main(int argc, char *argv[])
     describeApplication();
     // The desktop entry is named after the bus name, so the window manager links windows to it.
     QGuiApplication::setDesktopFileName(QStringLiteral("com.parlino.app"));
+    // Every window (settings, library, dialogs) carries the app's icon from the theme, as the
+    // package installs it.
+    QApplication::setWindowIcon(
+        QIcon::fromTheme(QStringLiteral("parlino"), QIcon::fromTheme(QStringLiteral("audio-volume-high"))));
     // The audio engine parses numbers with the C locale.
     std::setlocale(LC_NUMERIC, "C");
 
