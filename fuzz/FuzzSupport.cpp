@@ -53,3 +53,9 @@ void writeFile(const QString &path, const QByteArray &data)
 }
 
 } // namespace parlino::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    parlino::fuzz::initialize(argc, argv);
+    return 0;
+}

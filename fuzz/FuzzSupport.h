@@ -8,9 +8,11 @@
 
 // What every fuzz target shares: a Qt application object, XDG folders in a temporary directory that
 // lives as long as the process, and silence (the loaders' warnings would swamp libFuzzer's output).
+// FuzzSupport.cpp defines LLVMFuzzerInitialize for every target; a target defines only
+// LLVMFuzzerTestOneInput.
 namespace parlino::fuzz {
 
-// Call once from LLVMFuzzerInitialize.
+// Called once by LLVMFuzzerInitialize, before the first input.
 void initialize(int *argc, char ***argv);
 // A fresh, empty folder inside the temporary directory (each input starts from nothing).
 [[nodiscard]] QString emptyFolder();

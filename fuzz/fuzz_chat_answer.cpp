@@ -2,12 +2,6 @@
 #include "FuzzSupport.h"
 #include "ai/ChatCompletionResponse.h"
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
-{
-    parlino::fuzz::initialize(argc, argv);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     (void)parlino::ChatCompletionResponse::decode(parlino::fuzz::bytes(data, size));

@@ -4,12 +4,6 @@
 #include "backend/OpenAIConnection.h"
 #include "core/Clock.h"
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
-{
-    parlino::fuzz::initialize(argc, argv);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     using namespace parlino;

@@ -3,12 +3,6 @@
 #include "backend/CertificatePinningService.h"
 #include "core/Error.h"
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
-{
-    parlino::fuzz::initialize(argc, argv);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const QString path = parlino::fuzz::emptyFolder() + QStringLiteral("/pins.json");

@@ -6,12 +6,6 @@
 
 #include <limits>
 
-extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
-{
-    parlino::fuzz::initialize(argc, argv);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     using namespace parlino;
