@@ -13,7 +13,6 @@
 #include "usage/SpeechPrices.h"
 #include "usage/UsageTrackingService.h"
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QLocale>
@@ -364,9 +363,8 @@ void ServicesProvider::enableStreaming(PlayStreamFunction playStream, std::funct
 
 QCoro::Task<> ServicesProvider::cacheWhole(QByteArray mp3, QString text, QString voice, double speed)
 {
-    // Named with the process id like every temporary audio, so a start after a crash knows it as left over.
-    QTemporaryFile file(Paths::temporary() + QStringLiteral("/parlino-")
-                        + QString::number(QCoreApplication::applicationPid()) + QStringLiteral("-XXXXXX.mp3"));
+    // Named like every temporary audio, so a start after a crash knows it as left over.
+    QTemporaryFile file(Paths::newTemporaryFile(QStringLiteral("-XXXXXX.mp3")));
     if (!file.open() || file.write(mp3) != mp3.size() || !file.flush()) {
         PWARN(lcApp) << "⚠️ Could not keep the streamed audio for replay: " << file.errorString();
         co_return;
